@@ -1,0 +1,98 @@
+#include "compiler/arch_spec/ArchVersion.h"
+
+#include <cctype>
+#include <cstdint>
+#include <cstdlib>
+
+#include "compiler/arch_spec/Logging.h"
+
+namespace zu::spec {
+
+constinit const ArchVersion ArchVersion::vUndefined = {0, 0, 0};
+constinit const ArchVersion ArchVersion::v2_0_0 = {2, 0, 0};
+constinit const ArchVersion ArchVersion::v2_1_0 = {2, 1, 0};
+constinit const ArchVersion ArchVersion::v3_0_0 = {3, 0, 0};
+constinit const ArchVersion ArchVersion::v4_0_0 = {4, 0, 0};
+constinit const ArchVersion ArchVersion::v5_0_0 = {5, 0, 0};
+constinit const ArchVersion ArchVersion::v6_0_0 = {6, 0, 0};
+
+// Built in this order at load, destroyed in reverse order at exit.
+const std::map<std::string, ArchVersion> ArchVersion::product_name_to_version_ = {
+    {"mk41", {2, 0, 0}}, {"mk42", {2, 1, 0}}, {"mk43", {3, 0, 0}}, {"mk44", {4, 0, 0}}};
+const std::map<std::string, ArchVersion> ArchVersion::code_name_to_version_ = {
+    {"ko", {2, 0, 0}}, {"uko", {2, 1, 0}}, {"ry", {3, 0, 0}},
+    {"rye", {4, 0, 0}}, {"vi", {5, 0, 0}},  {"oz", {6, 0, 0}}};
+const std::map<ArchVersion, std::string> ArchVersion::version_to_product_name_ = {
+    {{2, 0, 0}, "mk41"}, {{2, 1, 0}, "mk42"}, {{3, 0, 0}, "mk43"}, {{4, 0, 0}, "mk44"}};
+const std::map<ArchVersion, std::string> ArchVersion::version_to_code_name_ = {
+    {{2, 0, 0}, "ko"}, {{2, 1, 0}, "uko"}, {{3, 0, 0}, "ry"},
+    {{4, 0, 0}, "rye"}, {{5, 0, 0}, "vi"},  {{6, 0, 0}, "oz"}};
+
+ArchVersion ArchVersion::expect_parse(const std::string& name, std::string& error) {
+  std::string lower;
+  lower.reserve(name.size());
+  for (const char c : name) lower.push_back(static_cast<char>(std::tolower(static_cast<unsigned char>(c))));
+
+  if (name.empty()) {
+    error = "Can't determine target architecture version. Did you forget to specify --arch?";
+    return vUndefined;
+  }
+  // Compared as received: only the lower-case spelling asks for autodetection.
+  if (name == "native") {
+    error =
+        "Architecture autodetection is not supported. Please specify --arch explicitly (e.g., "
+        "--arch mk42, --arch mk43, etc.)";
+    return vUndefined;
+  }
+  if (const auto found = product_name_to_version_.find(lower);
+      found != product_name_to_version_.end()) {
+    return found->second;
+  }
+  error = "Invalid architecture version in --arch: \"" + name + "\"";
+  return vUndefined;
+}
+
+ArchVersion ArchVersion::parse(const std::string& name) {
+  std::string error_text;
+  const ArchVersion version = expect_parse(name, error_text);
+  if (version.major == 0) {
+    error(error_text);
+    std::exit(1);
+  }
+  return version;
+}
+
+std::set<ArchVersion> ArchVersion::supported_archs() { return {v2_0_0, v2_1_0, v3_0_0, v4_0_0}; }
+
+bool ArchVersion::validate() const {
+  static const std::set<ArchVersion> supported = supported_archs();
+  return supported.count(*this) != 0;
+}
+
+int64_t ArchVersion::operator()() const {
+  const uint32_t hash = (static_cast<uint32_t>(major) * 31u + static_cast<uint32_t>(minor)) * 31u +
+                        static_cast<uint32_t>(patch);
+  return static_cast<int32_t>(hash);
+}
+
+std::string ArchVersion::to_string() const {
+  std::string text = std::to_string(major);
+  if (patch >= 1) {
+    text += "." + std::to_string(minor) + "." + std::to_string(patch);
+  } else if (minor >= 1) {
+    text += "." + std::to_string(minor);
+  }
+  return text;
+}
+
+std::string ArchVersion::to_product_name_string() const {
+  const auto found = version_to_product_name_.find(*this);
+  return found == version_to_product_name_.end() ? std::string() : found->second;
+}
+
+std::string ArchVersion::to_code_name_string() const {
+  const auto found = version_to_code_name_.find(*this);
+  return found == version_to_code_name_.end() ? std::string() : found->second;
+}
+
+}  // namespace zu::spec
