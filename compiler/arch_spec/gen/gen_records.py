@@ -95,19 +95,27 @@ class Ref:
         return self.name
 
 
-def parse_cell(text, in_array=False):
+def parse_cell(text):
     """Returns the cell's construct, or None for '-'.
 
     Raises ValueError(found, expected) for anything else, since the generator never guesses.
     """
-    if text == "-" and not in_array:
+    if text == "-":
         return None
     m = LEAF_RE.match(text)
-    if m and not in_array:
+    if m:
         bits = int(m.group(1))
         if not 1 <= bits <= MAX_LEAF_BITS:
             raise ValueError(f"found leaf of {bits} bits", f"expected 1 to {MAX_LEAF_BITS} bits")
         return Leaf(bits)
+    construct = parse_construct(text)
+    if construct is None:
+        raise ValueError(f"found unknown cell '{text}'", f"expected {CELL_FORMS}")
+    return construct
+
+
+def parse_construct(text):
+    """Parses a packed array, an array or a record name; None if the text is none of them."""
     m = PACKED_RE.match(text)
     if m:
         count, bits = int(m.group(1)), int(m.group(2))
@@ -122,10 +130,11 @@ def parse_cell(text, in_array=False):
         count = int(m.group(1))
         if count < 1:
             raise ValueError(f"found array {text} of no element", "expected at least 1 element")
-        return Array(count, parse_cell(m.group(2), in_array=True))
+        element = parse_construct(m.group(2))
+        return None if element is None else Array(count, element)
     if NAME_RE.match(text):
         return Ref(text)
-    raise ValueError(f"found unknown cell '{text}'", f"expected {CELL_FORMS}")
+    return None
 
 
 # Tables ---------------------------------------------------------------------------------
@@ -235,6 +244,8 @@ def parse_table(path, errors):
                 parse_row(path, lineno, words, block, errors)
         except TableError as e:
             errors.append(e)
+            for rec in block or ():
+                rec.broken = True  # a record missing a row would only repeat the error
     close_block()
     return records
 
@@ -291,9 +302,8 @@ def cell_size(cell, records):
         return cell.count * inner[0], 1 + cell.count * inner[1]
     rec = records.get(cell.name)
     if rec is None or rec.bits is None:
-        return None
-    # The declared size, so that a wrong nested record is reported once, not by every user.
-    return rec.declared_bits, rec.ids
+        return None  # unknown, or already reported: its users would only repeat the error
+    return rec.bits, rec.ids
 
 
 def refs(cell):
@@ -395,23 +405,17 @@ def size_record(rec, by_name, errors):
             return
         bits += size[0]
         ids += size[1]
-    rec.bits, rec.ids = bits, ids
+    found = []
     if bits != rec.declared_bits:
-        errors.append(
-            rec.error(
-                f"found {bits} bits in the fields", f"expected {rec.declared_bits} as declared"
-            )
-        )
+        found.append((f"found {bits} bits in the fields", f"expected {rec.declared_bits}"))
     if len(rec.fields) != rec.declared_fields:
-        errors.append(
-            rec.error(
-                f"found {len(rec.fields)} fields", f"expected {rec.declared_fields} as declared"
-            )
-        )
+        found.append((f"found {len(rec.fields)} fields", f"expected {rec.declared_fields}"))
     if rec.declared_ids is not None and ids != rec.declared_ids:
-        errors.append(
-            rec.error(f"found {ids} unique ids", f"expected {rec.declared_ids} as declared")
-        )
+        found.append((f"found {ids} unique ids", f"expected {rec.declared_ids}"))
+    for what, expected in found:
+        errors.append(rec.error(what, expected + " as declared"))
+    if not found:
+        rec.bits, rec.ids = bits, ids
 
 
 # Emission -------------------------------------------------------------------------------
