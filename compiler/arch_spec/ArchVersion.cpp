@@ -78,9 +78,9 @@ int64_t ArchVersion::operator()() const {
 std::string ArchVersion::to_string() const {
   std::string text = std::to_string(major);
   if (patch >= 1) {
-    text += "." + std::to_string(minor) + "." + std::to_string(patch);
+    text.append(".").append(std::to_string(minor)).append(".").append(std::to_string(patch));
   } else if (minor >= 1) {
-    text += "." + std::to_string(minor);
+    text.append(".").append(std::to_string(minor));
   }
   return text;
 }

@@ -1,0 +1,615 @@
+// The constructs that configuration records are made of.
+//
+// A construct has an exact place in the bit string of a tile's configuration. Leaves (BitsInteger<N>) hold
+// one unsigned field; PackedArray<N, B> holds N small fields compactly; ArrayLE<N, T> holds N constructs, with
+// element 0 at the little end of the bits; the generated records hold their fields in table order.
+//
+// Every construct can be read from the text form of a configuration (`Parse`), written into a ConfigBuilder
+// (`Build`), printed (`ToString`), walked leaf by leaf (`Walk`) and asked where its leaves lie
+// (`CollectFields`, `CollectPatches`). Names, offsets and registers live apart from the objects, in the one
+// process-wide table `BaseConstruct::external_storage_`, keyed by each construct's 16-bit unique id.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <functional>
+#include <string>
+#include <type_traits>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "compiler/arch_spec/ConfigBuilder.h"
+#include "compiler/arch_spec/Logging.h"
+#include "zu/Optional.h"
+
+namespace zu::spec {
+
+using UniqueId = short;
+
+class BitsIntegerBase;
+
+// Where one part (at most 32 bits) of a leaf stands, counted in 512-bit words.
+struct FieldMetadata {
+  std::string name;     // Name() of the leaf; both parts of a wide leaf have the same name
+  uint32_t bit = 0;     // bit position inside its 512-bit word
+  uint16_t width = 0;   // bits of this part, 1 to 32
+  uint32_t word = 0;    // index of the 512-bit word
+  bool flag = false;    // the caller's flag, passed through
+  uint32_t reg = 0;     // register index of this part
+  bool reg_flag = false;  // whether the register is writable
+};
+
+// One register write: the caller's id, a register index and a 32-bit value.
+struct PatchMetadata {
+  uint32_t id = 0;
+  uint32_t reg = 0;
+  uint32_t value = 0;
+};
+
+// One entry of the table of field locations.
+struct ExternalStorage {
+  std::string name;                  // own name; empty for arrays
+  zu::optional<UniqueId> parent;     // enclosing construct; empty for the root
+  uint16_t offset = 0;               // first bit, from the start of the top-level bit string
+  bool writable = false;             // set by SetRegisterLo / SetRegisterHi
+  uint32_t reg_lo = 0;               // register of the low 32 bits
+  zu::optional<uint32_t> reg_hi;     // register of the bits from 32 up; leaves above 32 bits only
+};
+
+// Reads a stretch of the text form of a configuration as bits. The stretch is packed once, 64 characters to a
+// word with the first character at the word's most significant end; the low bit of each character decides
+// its value, and positions past the end of the text read as '0'. Records parse through it, so that each leaf
+// costs a shift and a mask.
+class BitReader {
+ public:
+  BitReader(const std::string& bits, size_t position, size_t count);
+
+  // The next `nbits` (1 to 64) bits, the first one most significant.
+  uint64_t take(int nbits) {
+    const size_t word = cursor_ >> 6;
+    const int shift = static_cast<int>(cursor_ & 63);
+    const uint64_t window = (words_[word] << shift) | ((words_[word + 1] >> 1) >> (63 - shift));
+    cursor_ += static_cast<size_t>(nbits);
+    return window >> (64 - nbits);
+  }
+
+ private:
+  static constexpr size_t kWords = ConfigBuilder::kWords + 2;
+  uint64_t words_[kWords];
+  size_t cursor_ = 0;
+};
+
+// The root of everything that has an exact place in a configuration bit string.
+class BaseConstruct {
+ public:
+  BaseConstruct() = default;
+  // A copy is a twin: it keeps the original's id, and so its place in the table.
+  BaseConstruct(const BaseConstruct&) = default;
+  // Assignment transfers values only: the target keeps its own id and place.
+  BaseConstruct& operator=(const BaseConstruct&) { return *this; }
+  virtual ~BaseConstruct();
+
+  // Reads this construct from `bits` at `*pos` and advances `*pos` by SizeInBits(). Checks nothing.
+  virtual void Parse(const std::string& bits, size_t* pos) = 0;
+  // Writes this construct at the builder's cursor and moves the cursor on.
+  virtual void Build(ConfigBuilder& builder) const = 0;
+  virtual size_t SizeInBits() const = 0;
+  // Appends the text form at nesting depth `indent`.
+  virtual void ToString(size_t indent, std::string* out) const = 0;
+  // Calls `fn` on each leaf in bit order; the first form may change them.
+  virtual void Walk(const std::function<void(BitsIntegerBase&)>& fn) = 0;
+  virtual void Walk(const std::function<void(const BitsIntegerBase&)>& fn) const = 0;
+  // One PatchMetadata per register word of each leaf, in bit order.
+  virtual void CollectPatches(std::vector<PatchMetadata>& out, uint32_t id,
+                              zu::optional<uint32_t> base, zu::optional<uint32_t> value) const = 0;
+  // One FieldMetadata per part of each leaf, in bit order.
+  virtual void CollectFields(std::vector<FieldMetadata>& out, bool flag, int32_t base) const = 0;
+  // The bit position of this construct in the top-level bit string.
+  virtual uint16_t Offset() const;
+  // Numbers this sub-tree from `next`; on return `next` is the largest id given out.
+  virtual void SetUniqueId(UniqueId& next);
+  // Records each construct's name, parent, offset and registers in the table.
+  virtual void SetExternalStorage(const std::string& name, BaseConstruct* parent, size_t offset,
+                                  uint32_t& reg) = 0;
+
+  // The dotted path of this construct, root first, e.g. "pmu.PMU_shared.orMask0[3]".
+  std::string Name() const;
+  uint16_t OffsetImpl() const;
+  UniqueId GetUniqueId() const;
+  bool HasUniqueId() const { return unique_id_.has_value(); }
+
+  // The table of field locations of the whole process. It is never emptied.
+  static std::unordered_map<UniqueId, ExternalStorage> external_storage_;
+
+ protected:
+  // The entry of this construct, which must exist: a lookup that finds none leaves an empty entry and
+  // fails with "External storage not initialized".
+  ExternalStorage& StoredEntry(zu::SourceLocation location = zu::SourceLocation::current()) const;
+  // The entry of this construct, created if needed. The construct must have an id.
+  ExternalStorage& EntryFor(zu::SourceLocation location = zu::SourceLocation::current()) const;
+  // Fails with "Offset out of bounds (...)" unless `offset` fits 16 bits.
+  static void CheckOffset(size_t offset, zu::SourceLocation location = zu::SourceLocation::current());
+  // The id of `parent`, which must have one.
+  static UniqueId ParentId(const BaseConstruct& parent);
+  // The registration of a record: checks the offset and the id, and makes the record's entry. False if the
+  // entry was there already, in which case the record and its sub-tree are left as they are.
+  bool RegisterRecord(const std::string& name, BaseConstruct* parent, size_t offset,
+                      zu::SourceLocation location = zu::SourceLocation::current());
+
+  zu::optional<UniqueId> unique_id_;
+};
+
+// A leaf: one unsigned field of a fixed width.
+class BitsIntegerBase : public BaseConstruct {
+ public:
+  void ToString(size_t indent, std::string* out) const override;
+  void Walk(const std::function<void(BitsIntegerBase&)>& fn) override;
+  void Walk(const std::function<void(const BitsIntegerBase&)>& fn) const override;
+  void CollectPatches(std::vector<PatchMetadata>& out, uint32_t id, zu::optional<uint32_t> base,
+                      zu::optional<uint32_t> value) const override;
+  void CollectFields(std::vector<FieldMetadata>& out, bool flag, int32_t base) const override;
+  void SetExternalStorage(const std::string& name, BaseConstruct* parent, size_t offset,
+                          uint32_t& reg) override;
+
+  // Stores `value`, which must fit the width ("value will not fit in bit field").
+  virtual BitsIntegerBase& operator=(uint64_t value) = 0;
+  // The value, zero-extended.
+  virtual uint64_t ToNumber() const = 0;
+
+  // Reads SizeInBits() characters from `*pos`, most significant first, and advances `*pos`; the leaf is not
+  // touched. Characters past the end of `bits` read as '0'.
+  uint64_t ParseImpl(const std::string& bits, size_t* pos) const;
+  // Appends the leaf's line: "[0x012c:7-8]/40 0x1234", or "[0x0000]/0 0xa" before registration.
+  void ToStringImpl(std::string* out) const;
+  // Fails unless `offset` < `size`.
+  void range_check(size_t offset, size_t size) const;
+  template <class T>
+  T verify_fits(T value, size_t bits,
+                zu::SourceLocation location = zu::SourceLocation::current()) const {
+    if (bits < 64 && (static_cast<uint64_t>(value) >> bits) != 0) {
+      zu::log->check_fail("check-fail", std::tuple<>(), "value will not fit in bit field",
+                          std::tuple<>(), location);
+    }
+    return value;
+  }
+
+  void CollectFieldsImpl(std::vector<FieldMetadata>& out, bool flag, int32_t base) const;
+  void CollectPatchesImpl(std::vector<PatchMetadata>& out, uint32_t id,
+                          zu::optional<uint32_t> base, zu::optional<uint32_t> value) const;
+  void SetExternalStorageImpl(const std::string& name, BaseConstruct* parent, size_t offset,
+                              uint32_t& reg);
+  uint32_t RegisterLoImpl() const;
+  uint32_t RegisterHiImpl() const;
+  void SetRegisterLo(uint32_t reg, bool writable);
+  void SetRegisterHi(uint32_t reg, bool writable);
+};
+
+namespace constructs_internal {
+template <int N>
+using LeafStorage =
+    std::conditional_t<(N <= 8), uint8_t,
+                       std::conditional_t<(N <= 16), uint16_t,
+                                          std::conditional_t<(N <= 32), uint32_t, uint64_t>>>;
+}  // namespace constructs_internal
+
+// A leaf of N bits (1 to 64).
+template <int N>
+class BitsInteger final : public BitsIntegerBase {
+  static_assert(N >= 1 && N <= 64, "a leaf has 1 to 64 bits");
+
+ public:
+  static constexpr size_t kSizeInBits = N;
+  static constexpr uint64_t kMask = N == 64 ? ~uint64_t{0} : (uint64_t{1} << N) - 1;
+
+  BitsInteger() : value_(0) {}
+  // A leaf holding `value`, which must fit.
+  explicit BitsInteger(uint64_t value) : value_(0) { *this = value; }
+  BitsInteger(const BitsInteger&) = default;
+  BitsInteger& operator=(const BitsInteger&) = default;
+
+  void Parse(const std::string& bits, size_t* pos) override { value_ = ParseImpl(bits, pos) & kMask; }
+  void Build(ConfigBuilder& builder) const override {
+    builder.ensure_room(N);
+    builder.put(value_, N);
+  }
+  size_t SizeInBits() const override { return N; }
+  BitsInteger& operator=(uint64_t value) override {
+    value_ = verify_fits(value, N) & kMask;
+    return *this;
+  }
+  uint64_t ToNumber() const override { return value_; }
+  // Reads like a number, so that an answer of the constants interface can be assigned to a field.
+  operator uint64_t() const { return value_; }  // NOLINT: implicit by design
+
+  // Stores a value that the caller knows to fit, cut to N bits, without the check.
+  void SetRaw(uint64_t value) { value_ = value & kMask; }
+
+  void ReadBits(BitReader& in) { value_ = in.take(N); }
+  void WriteBits(ConfigBuilder& out) const { out.put(value_, N); }
+
+ private:
+  constructs_internal::LeafStorage<N> value_ : N;
+};
+
+namespace constructs_internal {
+// Storage of packed elements of B bits: the smallest unit of 8, 16, 32 or 64 bits that holds two of them
+// (64 bits for B above 32), `per` elements a unit from its low bits up; elements never cross a unit.
+template <int B>
+struct PackedUnit {
+  using Type = std::conditional_t<
+      (2 * B <= 8), uint8_t,
+      std::conditional_t<(2 * B <= 16), uint16_t,
+                         std::conditional_t<(2 * B <= 32), uint32_t, uint64_t>>>;
+  static constexpr size_t kBits = 8 * sizeof(Type);
+  static constexpr size_t kPer = kBits / B;
+  static constexpr uint64_t kMask = B == 64 ? ~uint64_t{0} : (uint64_t{1} << B) - 1;
+  static constexpr size_t Units(size_t n) { return (n + kPer - 1) / kPer; }
+
+  static uint64_t Get(const Type* data, size_t i) {
+    return (static_cast<uint64_t>(data[i / kPer]) >> ((i % kPer) * B)) & kMask;
+  }
+  static void Set(Type* data, size_t i, uint64_t value) {
+    const size_t shift = (i % kPer) * B;
+    const uint64_t unit = data[i / kPer];
+    data[i / kPer] = static_cast<Type>((unit & ~(kMask << shift)) | ((value & kMask) << shift));
+  }
+};
+}  // namespace constructs_internal
+
+// N elements of B bits in compact storage (N given by GetSize()). Element N-1 stands first in the bit string,
+// element 0 last. An element exists as a leaf object only for the moment of an operation: a temporary
+// BitsInteger<B>, with the element's id if the array has one.
+template <int B>
+class PackedArrayBase : public BaseConstruct {
+ protected:
+  using Unit = constructs_internal::PackedUnit<B>;
+
+ public:
+  using Storage = typename Unit::Type;
+
+  void Parse(const std::string& bits, size_t* pos) override {
+    const size_t n = GetSize();
+    std::memset(GetData(), 0, Unit::Units(n) * sizeof(Storage));
+    BitsInteger<B> element;
+    for (size_t i = n; i-- > 0;) Unit::Set(GetData(), i, element.ParseImpl(bits, pos));
+  }
+  void Build(ConfigBuilder& builder) const override {
+    builder.ensure_room(static_cast<int64_t>(GetSize()) * B);
+    WriteElements(builder);
+  }
+  size_t SizeInBits() const override { return GetSize() * B; }
+  void ToString(size_t indent, std::string* out) const override {
+    out->append("[\n");
+    for (size_t i = 0; i < GetSize(); ++i) {
+      out->append(2 * indent + 2, ' ');
+      out->append(std::to_string(i)).append(": ");
+      Element(i).ToStringImpl(out);
+    }
+    out->append(2 * indent, ' ').append("]/").append(std::to_string(SizeInBits())).append("\n");
+  }
+  void Walk(const std::function<void(BitsIntegerBase&)>& fn) override {
+    if (!fn) throw std::bad_function_call();
+    for (size_t i = GetSize(); i-- > 0;) {
+      BitsInteger<B> element = Element(i);
+      fn(element);
+      Unit::Set(GetData(), i, element.ToNumber());
+    }
+  }
+  void Walk(const std::function<void(const BitsIntegerBase&)>& fn) const override {
+    if (!fn) throw std::bad_function_call();
+    for (size_t i = GetSize(); i-- > 0;) fn(Element(i));
+  }
+  void CollectPatches(std::vector<PatchMetadata>& out, uint32_t id, zu::optional<uint32_t> base,
+                      zu::optional<uint32_t> value) const override {
+    for (size_t i = GetSize(); i-- > 0;) Element(i).CollectPatchesImpl(out, id, base, value);
+  }
+  void CollectFields(std::vector<FieldMetadata>& out, bool flag, int32_t base) const override {
+    for (size_t i = GetSize(); i-- > 0;) Element(i).CollectFieldsImpl(out, flag, base);
+  }
+  uint16_t Offset() const override {
+    if (GetSize() == 0) return 0;
+    return Element(GetSize() - 1).OffsetImpl();
+  }
+  void SetUniqueId(UniqueId& next) override {
+    unique_id_ = next;
+    next = static_cast<UniqueId>(next + static_cast<UniqueId>(GetSize()));
+  }
+  void SetExternalStorage(const std::string& name, BaseConstruct* parent, size_t offset,
+                          uint32_t& reg) override {
+    RegisterSelf(parent);
+    for (size_t i = GetSize(); i-- > 0;) {
+      Element(i).SetExternalStorageImpl(ElementName(name, i), this, offset, reg);
+      offset += B;
+    }
+  }
+
+  virtual Storage* GetData() = 0;
+  virtual const Storage* GetData() const = 0;
+  virtual size_t GetSize() const = 0;
+
+  // Element access with the checks of a leaf: the index must lie below the size, the value must fit B bits.
+  uint64_t get(size_t i) const {
+    range_check(i);
+    return Unit::Get(GetData(), i);
+  }
+  void set(size_t i, uint64_t value) {
+    range_check(i);
+    Unit::Set(GetData(), i, BitsInteger<B>(value).ToNumber());
+  }
+
+ protected:
+  // The temporary leaf of element i: its value, and its id if the array has one.
+  BitsInteger<B> Element(size_t i) const {
+    BitsInteger<B> element;
+    element.SetRaw(Unit::Get(GetData(), i));
+    if (unique_id_.has_value()) {
+      UniqueId id = static_cast<UniqueId>(*unique_id_ + static_cast<UniqueId>(GetSize() - i));
+      element.SetUniqueId(id);
+    }
+    return element;
+  }
+  virtual std::string ElementName(const std::string& name, size_t i) const {
+    return name + "[" + std::to_string(i) + "]";
+  }
+  void RegisterSelf(BaseConstruct* parent) {
+    if (!unique_id_.has_value()) return;
+    ExternalStorage& entry = external_storage_[*unique_id_];
+    if (parent != nullptr) entry.parent = ParentId(*parent);
+  }
+  void range_check(size_t i) const {
+    BitsInteger<B>().range_check(i, GetSize());
+  }
+  void ReadElements(BitReader& in) {
+    Storage* data = GetData();
+    std::memset(data, 0, Unit::Units(GetSize()) * sizeof(Storage));
+    for (size_t i = GetSize(); i-- > 0;) Unit::Set(data, i, in.take(B));
+  }
+  void WriteElements(ConfigBuilder& out) const {
+    const Storage* data = GetData();
+    for (size_t i = GetSize(); i-- > 0;) out.put(Unit::Get(data, i), B);
+  }
+};
+
+// N elements of B bits.
+template <size_t N, int B>
+class PackedArray final : public PackedArrayBase<B> {
+  using Unit = typename PackedArrayBase<B>::Unit;
+
+ public:
+  using Storage = typename Unit::Type;
+  static constexpr size_t kSizeInBits = N * B;
+
+  size_t SizeInBits() const override { return kSizeInBits; }
+  Storage* GetData() override { return data_; }
+  const Storage* GetData() const override { return data_; }
+  size_t GetSize() const override { return N; }
+
+  void ReadBits(BitReader& in) { this->ReadElements(in); }
+  void WriteBits(ConfigBuilder& out) const { this->WriteElements(out); }
+
+ private:
+  Storage data_[Unit::Units(N)] = {};
+};
+
+// N constructs of type T; element 0 stands last in the bit string. Operations run from element N-1 down to
+// element 0, but ToString prints element 0 first.
+template <class T>
+class ArrayLEBase : public BaseConstruct {
+ public:
+  void Parse(const std::string& bits, size_t* pos) override {
+    auto [first, last] = Range();
+    while (last != first) (--last)->Parse(bits, pos);
+  }
+  void Build(ConfigBuilder& builder) const override {
+    auto [first, last] = Range();
+    while (last != first) (--last)->Build(builder);
+  }
+  size_t SizeInBits() const override {
+    size_t total = 0;
+    auto [first, last] = Range();
+    for (; first != last; ++first) total += first->SizeInBits();
+    return total;
+  }
+  void ToString(size_t indent, std::string* out) const override {
+    out->append("[\n");
+    auto [first, last] = Range();
+    for (size_t i = 0; first + i != last; ++i) {
+      out->append(2 * (indent + 1), ' ').append(std::to_string(i)).append(": ");
+      first[i].ToString(indent + 1, out);
+    }
+    out->append(2 * indent, ' ').append("]/").append(std::to_string(SizeInBits())).append("\n");
+  }
+  void Walk(const std::function<void(BitsIntegerBase&)>& fn) override {
+    auto [first, last] = Range();
+    while (last != first) (--last)->Walk(fn);
+  }
+  void Walk(const std::function<void(const BitsIntegerBase&)>& fn) const override {
+    auto [first, last] = Range();
+    while (last != first) (--last)->Walk(fn);
+  }
+  void CollectPatches(std::vector<PatchMetadata>& out, uint32_t id, zu::optional<uint32_t> base,
+                      zu::optional<uint32_t> value) const override {
+    auto [first, last] = Range();
+    while (last != first) (--last)->CollectPatches(out, id, base, value);
+  }
+  void CollectFields(std::vector<FieldMetadata>& out, bool flag, int32_t base) const override {
+    auto [first, last] = Range();
+    while (last != first) (--last)->CollectFields(out, flag, base);
+  }
+  uint16_t Offset() const override { return (Range().second - 1)->Offset(); }
+  void SetUniqueId(UniqueId& next) override {
+    unique_id_ = next;
+    auto [first, last] = Range();
+    while (last != first) {
+      ++next;
+      (--last)->SetUniqueId(next);
+    }
+  }
+  void SetExternalStorage(const std::string& name, BaseConstruct* parent, size_t offset,
+                          uint32_t& reg) override {
+    if (unique_id_.has_value()) {
+      ExternalStorage& entry = external_storage_[*unique_id_];
+      if (parent != nullptr) entry.parent = ParentId(*parent);
+    }
+    auto [first, last] = Range();
+    for (size_t i = static_cast<size_t>(last - first); i-- > 0;) {
+      first[i].SetExternalStorage(name + "[" + std::to_string(i) + "]", this, offset, reg);
+      offset += first[i].SizeInBits();
+    }
+  }
+
+  virtual size_t Length() const = 0;
+  virtual std::pair<T*, T*> Range() = 0;
+  virtual std::pair<const T*, const T*> Range() const = 0;
+};
+
+// N constructs of type T (a record or another ArrayLE).
+template <size_t N, class T>
+class ArrayLE final : public ArrayLEBase<T> {
+  static_assert(N >= 1, "an array has at least one element");
+
+ public:
+  static constexpr size_t kSizeInBits = N * T::kSizeInBits;
+
+  void Parse(const std::string& bits, size_t* pos) override {
+    for (size_t i = N; i-- > 0;) elements_[i].Parse(bits, pos);
+  }
+  void Build(ConfigBuilder& builder) const override {
+    builder.ensure_room(kSizeInBits);
+    WriteBits(builder);
+  }
+  size_t SizeInBits() const override { return kSizeInBits; }
+  size_t Length() const override { return N; }
+  std::pair<T*, T*> Range() override { return {elements_, elements_ + N}; }
+  std::pair<const T*, const T*> Range() const override { return {elements_, elements_ + N}; }
+
+  // Element access; the index must lie below N.
+  T& operator[](size_t i) {
+    CheckIndex(i);
+    return elements_[i];
+  }
+  const T& operator[](size_t i) const {
+    CheckIndex(i);
+    return elements_[i];
+  }
+  T* begin() { return elements_; }
+  T* end() { return elements_ + N; }
+  const T* begin() const { return elements_; }
+  const T* end() const { return elements_ + N; }
+  static constexpr size_t size() { return N; }
+
+  void ReadBits(BitReader& in) {
+    for (size_t i = N; i-- > 0;) elements_[i].ReadBits(in);
+  }
+  void WriteBits(ConfigBuilder& out) const {
+    for (size_t i = N; i-- > 0;) elements_[i].WriteBits(out);
+  }
+
+ private:
+  static void CheckIndex(size_t i) {
+    ZU_SPEC_CHECK(i < N, "Index {} out of range for an array of {} elements", i, N);
+  }
+
+  T elements_[N];
+};
+
+// N rows of M elements of B bits, stored flat as one packed array of N*M elements: element [i][j] is flat
+// element i*M + j, and no padding stands between rows. It has one table entry; its leaves are named
+// "name[i][j]".
+template <size_t N, size_t M, int B>
+class ArrayLE<N, PackedArray<M, B>> final : public PackedArrayBase<B> {
+  using Unit = typename PackedArrayBase<B>::Unit;
+
+ public:
+  using Storage = typename Unit::Type;
+  static constexpr size_t kSizeInBits = N * M * B;
+
+  void Parse(const std::string& bits, size_t* pos) override { PackedArrayBase<B>::Parse(bits, pos); }
+  size_t SizeInBits() const override { return kSizeInBits; }
+  void ToString(size_t indent, std::string* out) const override {
+    out->append("[\n");
+    for (size_t i = 0; i < N; ++i) {
+      out->append(2 * indent + 2, ' ').append(std::to_string(i)).append(": [\n");
+      for (size_t j = 0; j < M; ++j) {
+        out->append(2 * indent + 4, ' ').append(std::to_string(j)).append(": ");
+        this->Element(i * M + j).ToStringImpl(out);
+      }
+      out->append(2 * indent + 2, ' ').append("]/").append(std::to_string(M * B)).append("\n");
+    }
+    out->append(2 * indent, ' ').append("]/").append(std::to_string(kSizeInBits)).append("\n");
+  }
+  Storage* GetData() override { return data_; }
+  const Storage* GetData() const override { return data_; }
+  size_t GetSize() const override { return N * M; }
+
+  // Element access with the checks of a leaf.
+  uint64_t get(size_t i, size_t j) const {
+    CheckRow(i, j);
+    return PackedArrayBase<B>::get(i * M + j);
+  }
+  void set(size_t i, size_t j, uint64_t value) {
+    CheckRow(i, j);
+    PackedArrayBase<B>::set(i * M + j, value);
+  }
+  using PackedArrayBase<B>::get;
+  using PackedArrayBase<B>::set;
+
+  void ReadBits(BitReader& in) { this->ReadElements(in); }
+  void WriteBits(ConfigBuilder& out) const { this->WriteElements(out); }
+
+ protected:
+  std::string ElementName(const std::string& name, size_t flat) const override {
+    return name + "[" + std::to_string(flat / M) + "][" + std::to_string(flat % M) + "]";
+  }
+
+ private:
+  static void CheckRow(size_t i, size_t j) {
+    BitsInteger<B>().range_check(i, N);
+    BitsInteger<B>().range_check(j, M);
+  }
+
+  Storage data_[Unit::Units(N * M)] = {};
+};
+
+// Appends the text form of `bytes` to `out`: declared with ConfigBuilder, defined with the constructs.
+void bytes2bits(const std::vector<uint8_t>& bytes, std::string* out);
+
+}  // namespace zu::spec
+
+// The members that every generated record declares, last in its class body. The record's own fields are
+// listed once, in its `Fields` function; every operation below runs over that list (see RecordRules.h).
+#define ZU_SPEC_RECORD(Class, Bits)                                                                \
+ public:                                                                                           \
+  static constexpr size_t kSizeInBits = Bits;                                                      \
+  Class() = default;                                                                               \
+  Class(const Class&) = default;                                                                   \
+  Class& operator=(const Class&) = default;                                                        \
+  ~Class() override;                                                                               \
+  void Parse(const std::string& bits, size_t* position) override;                                  \
+  void Build(::zu::spec::ConfigBuilder& builder) const override;                                   \
+  size_t SizeInBits() const override { return kSizeInBits; }                                      \
+  void ToString(size_t indent, std::string* out) const override;                                   \
+  void Walk(const std::function<void(::zu::spec::BitsIntegerBase&)>& visit) override;              \
+  void Walk(const std::function<void(const ::zu::spec::BitsIntegerBase&)>& visit) const override;  \
+  void CollectPatches(std::vector<::zu::spec::PatchMetadata>& patches, uint32_t id,                \
+                      ::zu::optional<uint32_t> base, ::zu::optional<uint32_t> value)               \
+      const override;                                                                              \
+  void CollectFields(std::vector<::zu::spec::FieldMetadata>& fields, bool flag, int32_t base)      \
+      const override;                                                                              \
+  void SetUniqueId(::zu::spec::UniqueId& next_id) override;                                        \
+  void SetExternalStorage(const std::string& name, ::zu::spec::BaseConstruct* parent,              \
+                          size_t offset, uint32_t& register_index) override;                       \
+  virtual bool IsSupportedVersion(int major, int minor) const;                                     \
+  void ReadBits(::zu::spec::BitReader& in);                                                        \
+  void WriteBits(::zu::spec::ConfigBuilder& out) const;                                            \
+  template <class Self, class Visit>                                                               \
+  static void Fields(Self& self, Visit&& visit);
+
+// The chip versions that the records of one namespace describe: the major, then the minors served.
+#define ZU_SPEC_RECORD_GENERATION(Major, ...)          \
+  struct RecordGeneration {                            \
+    static constexpr int kMajor = Major;               \
+    static constexpr int kMinors[] = {__VA_ARGS__};    \
+  };
