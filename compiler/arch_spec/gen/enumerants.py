@@ -50,7 +50,8 @@ Inference, for the rows marked "# inferred" (a row with a span cell must be mark
 Checks (each raises TableError naming the table file, line, type, row and generation)
   unknown or malformed cells and braces, steps that do not match the braces, a span without the
   inferred mark or a mark without a span, a name repeated within a type, an accessor name repeated
-  across types, an expanded count that differs from the heading, a span that cannot hold its names.
+  across types, an expanded count that differs from the heading, a span end that is already the
+  code of another name, a span that cannot hold its names.
   Stated codes that repeat within a type are not refused: stated_collisions() lists them, and the
   command line prints those of the selection kinds for review against the hardware description.
 """
@@ -380,7 +381,11 @@ def _infer(enum_type, generation, codes_of_rows):
     codes_of_rows maps a row index to its codes (None = not answered); the exact rows are there on
     entry, and the span rows are added.
     """
-    taken = {c for codes in codes_of_rows.values() for c in codes if c is not None}
+    owner = {}  # code -> name, of the stated codes and the span ends
+    for r, codes in codes_of_rows.items():
+        for (name, _), code in zip(enum_type.rows[r].names, codes):
+            if code is not None:
+                owner.setdefault(code, name)
     spans = []
     for r, row in enumerate(enum_type.rows):
         cell = row.cells[generation]
@@ -393,7 +398,11 @@ def _infer(enum_type, generation, codes_of_rows):
 
         chosen = _answered_names(enum_type, row, generation, cell, fail)
         spans.append(_Span(r, chosen, cell.value, cell.last, fail))
-        taken.update((cell.value, cell.last))
+        for end in sorted({cell.value, cell.last}):
+            if end in owner:
+                fail("span end %d is already the code of %s" % (end, owner[end]))
+            owner[end] = row.pattern
+    taken = set(owner)
 
     def store(span, codes):
         full = [None] * len(enum_type.rows[span.row].names)

@@ -182,6 +182,13 @@ class Refusals(TableCase):
               u_a{0-2} | 1 to 3 | - | -  # inferred
             """, "u_a{0-2}, generation ko", "no room")
 
+    def test_span_end_taken_by_a_stated_code(self):
+        self.assertRefused("""
+            enum u_t 3
+              u_x      | 1 | - | -
+              u_a{0,1} | 1 to 4 | - | -  # inferred
+            """, "u_a{0,1}, generation ko: span end 1 is already the code of u_x")
+
     def test_repeated_names_and_accessors(self):
         self.assertRefused("""
             enum u_t 2
