@@ -1,0 +1,231 @@
+"""Tests of the constants generator: it accepts a small consistent table set and refuses bad ones."""
+
+import contextlib
+import io
+import pathlib
+import sys
+import tempfile
+import textwrap
+import unittest
+from unittest import mock
+
+HERE = pathlib.Path(__file__).resolve().parent
+sys.path.insert(0, str(HERE.parent))
+
+import gen_constants  # noqa: E402
+
+# A table set small enough to read at a glance: three scalars (one derived, one that uko changes), two
+# enumerants (one answered by no generation), one container, three features and one constraint.
+TABLES = {
+    "params.tbl": """
+        interface   accessors=6  scalars=3  enumerants=2  containers=1  types=1
+        class       KoConstants   overrides=5  parameters=4  enumerants=1
+        class       UkoConstants  overrides=1  parameters=1  enumerants=0
+        class       RyConstants   overrides=2  parameters=2  enumerants=0
+        class       RyeConstants  overrides=1  parameters=1  enumerants=0
+        unanswered  total=1  parameters=0  enumerants=1
+        scalars  rows=3  arch_const_t=1  size_t=1  uint8_t=0  double=1  uint64_t=0  int=0  bool=0
+        answers  ko=3  ry=2  rye=1  none=0
+
+        group  rows=3  answered=3  Test group
+        # accessor     type           ko           ry           rye
+        a_max          size_t         4294967295   4294967295   -
+        a_width        arch_const_t   32           32           -
+        b_bandwidth    double         1.5          -            2.0
+
+        derived  rows=1
+        a_max          ko ry          ones64(a_width)
+
+        uko  rows=1
+        b_bandwidth    1.25
+        """,
+    "containers.tbl": """
+        containers  rows=1  ko=1  ry=0  rye=0  none=0
+
+        c_rows         std::vector<uint8_t>
+          ko   [2]  1, 2
+          ry   -
+          rye  -
+        """,
+    "features.tbl": """
+        features  rows=3  bool=1  int=1  optional=1  pure=1
+
+        group  rows=3  Test group
+        f_count        int                    none     1        2        3
+        f_flag         bool                   false    false    true     false!
+        f_info         optional<Info>         empty    empty    set      empty
+
+        struct  fields=2  Info
+        count          uint8_t                -    4            -
+        rates          std::vector<double>    -    {1.0,2.5}    -
+        """,
+    "constraints.tbl": """
+        constraints  rows=1  bool=1  int=0  optional=0  pure=0
+
+        group  rows=1  Test group
+        g_bug          bool                   false    true     false    false
+        """,
+    "enums_test.tbl": """
+        enum x_t 2
+          x_one | 0 | - | -
+          x_two | - | - | -
+        """,
+}
+
+
+class GeneratorCase(unittest.TestCase):
+    def setUp(self):
+        self.dir = tempfile.TemporaryDirectory()
+        self.addCleanup(self.dir.cleanup)
+        self.tables = pathlib.Path(self.dir.name) / "tables"
+        self.out = pathlib.Path(self.dir.name) / "out"
+        self.tables.mkdir()
+        for name, text in TABLES.items():
+            (self.tables / name).write_text(textwrap.dedent(text).lstrip("\n"))
+
+    def edit(self, table, old, new):
+        path = self.tables / table
+        text = path.read_text()
+        self.assertIn(old, text)
+        path.write_text(text.replace(old, new, 1))
+
+    def generated(self, name):
+        return (self.out / gen_constants.GEN_DIR / name).read_text()
+
+    def assertRefused(self, table, *fragments):
+        """The generator refuses, naming the table and line, then each fragment (accessor, generation,
+        what it found and expected) in the message."""
+        with self.assertRaises(gen_constants.TableError) as caught:
+            gen_constants.generate(self.tables, self.out)
+        message = str(caught.exception)
+        self.assertRegex(message, rf"^{self.tables / table}:[0-9]+: error: ")
+        for fragment in fragments:
+            self.assertIn(fragment, message)
+
+
+class Accepts(GeneratorCase):
+    def test_generates_every_file(self):
+        gen_constants.generate(self.tables, self.out)
+        for name in ("ArchConstants.h", "ArchConstants.cpp", "KoConstants.cpp", "RyConstants.cpp",
+                     "RyeConstants.cpp", "ArchConstantsIndex.inc"):
+            self.assertTrue((self.out / gen_constants.GEN_DIR / name).exists(), name)
+
+    def test_default_bodies_name_their_own_line_and_signature(self):
+        gen_constants.generate(self.tables, self.out)
+        lines = self.generated("ArchConstants.cpp").splitlines()
+        bodies = [(n, text) for n, text in enumerate(lines, start=1) if "kAt{kFile" in text]
+        self.assertEqual(len(bodies), 6)
+        for number, text in bodies:
+            self.assertIn(f", {number}, 1}}", text)
+        self.assertIn('"virtual const std::vector<uint8_t> & zu::spec::ArchConstants::c_rows() const"',
+                      lines[bodies[-1][0] - 1])
+
+    def test_uko_overrides_only_its_own_rows_and_derived_rows_compute(self):
+        gen_constants.generate(self.tables, self.out)
+        ko = self.generated("KoConstants.cpp")
+        uko = [line for line in ko.splitlines() if "UkoConstants::" in line]
+        self.assertEqual(uko, ["UkoConstants::~UkoConstants() = default;",
+                               "double UkoConstants::b_bandwidth() const { return 1.25; }"])
+        self.assertIn("size_t KoConstants::a_max() const { return ones64(a_width()); }", ko)
+
+    def test_explicit_and_differing_answers_are_the_only_overrides(self):
+        gen_constants.generate(self.tables, self.out)
+        cpp = self.generated("ArchConstants.cpp")
+        self.assertNotIn("KoFeatures::f_flag", cpp)
+        self.assertIn("bool RyeFeatures::f_flag() const { return false; }", cpp)
+        self.assertIn("zu::optional<Info> RyFeatures::f_info() const { return Info{.count = 4, "
+                      ".rates = {1.0, 2.5}}; }", cpp)
+
+    def test_unchanged_output_is_not_rewritten(self):
+        gen_constants.generate(self.tables, self.out)
+        path = self.out / gen_constants.GEN_DIR / "ArchConstants.h"
+        path.touch()
+        stamp = path.stat().st_mtime_ns
+        with mock.patch.object(pathlib.Path, "write_text") as write:
+            gen_constants.generate(self.tables, self.out)
+        write.assert_not_called()
+        self.assertEqual(path.stat().st_mtime_ns, stamp)
+
+
+class RefusesScalars(GeneratorCase):
+    def test_unknown_cell(self):
+        self.edit("params.tbl", "a_width        arch_const_t   32", "a_width        arch_const_t   3x2")
+        self.assertRefused("params.tbl", "a_width, generation ko: cell '3x2', expected a arch_const_t")
+
+    def test_double_without_point(self):
+        self.edit("params.tbl", "2.0", "2")
+        self.assertRefused("params.tbl", "b_bandwidth, generation rye: cell '2'")
+
+    def test_declared_total_per_type(self):
+        self.edit("params.tbl", "size_t=1", "size_t=2")
+        self.assertRefused("params.tbl", "scalars, generation all: 1 size_t rows, expected 2")
+
+    def test_derived_rule_disagrees_with_the_row(self):
+        self.edit("params.tbl", "a_max          size_t         4294967295", "a_max          size_t         65535")
+        self.assertRefused("params.tbl", "a_max, generation ko: rule gives 4294967295, expected 65535")
+
+    def test_uko_row_equal_to_ko(self):
+        self.edit("params.tbl", "b_bandwidth    1.25", "b_bandwidth    1.5")
+        self.assertRefused("params.tbl", "b_bandwidth, generation uko:", "differs from ko")
+
+    def test_class_override_count(self):
+        self.edit("params.tbl", "KoConstants   overrides=5", "KoConstants   overrides=6")
+        self.assertRefused("params.tbl", "KoConstants, generation ko: 5 overrides, expected 6")
+
+    def test_unanswered_count(self):
+        self.edit("enums_test.tbl", "x_two | - | - | -", "x_two | - | 1 | -")
+        self.assertRefused("params.tbl", "RyConstants, generation ry: 3 overrides, expected 2")
+
+
+class RefusesContainers(GeneratorCase):
+    def test_element_count(self):
+        self.edit("containers.tbl", "[2]  1, 2", "[3]  1, 2")
+        self.assertRefused("containers.tbl", "c_rows, generation ko: 2 elements, expected 3")
+
+    def test_element_out_of_range(self):
+        self.edit("containers.tbl", "[2]  1, 2", "[2]  1, 256")
+        self.assertRefused("containers.tbl", "c_rows, generation ko: cell '256'")
+
+    def test_missing_generation(self):
+        self.edit("containers.tbl", "  rye  -\n", "")
+        self.assertRefused("containers.tbl", "c_rows, generation rye: no line")
+
+    def test_name_taken_by_a_scalar(self):
+        self.edit("containers.tbl", "c_rows ", "a_width")
+        self.assertRefused("containers.tbl", "a_width, generation all: a second accessor of this name")
+
+
+class RefusesFlags(GeneratorCase):
+    def test_explicit_mark_on_a_differing_answer(self):
+        self.edit("features.tbl", "true     false!", "true!    false")
+        self.assertRefused("features.tbl", "f_flag, generation ry: cell 'true!'")
+
+    def test_set_without_struct_values(self):
+        self.edit("features.tbl", "set      empty", "set      set")
+        self.assertRefused("features.tbl", "f_info, generation rye: set without values")
+
+    def test_pure_count(self):
+        self.edit("constraints.tbl", "pure=0", "pure=1")
+        self.assertRefused("constraints.tbl", "constraints, generation all: 0 pure virtual rows, expected 1")
+
+
+class CommandLine(GeneratorCase):
+    def run_main(self):
+        argv = ["gen_constants.py", "--tables", str(self.tables), "--out", str(self.out)]
+        printed = io.StringIO()
+        with mock.patch.object(sys, "argv", argv), contextlib.redirect_stdout(printed):
+            status = gen_constants.main()
+        return status, printed.getvalue()
+
+    def test_success_prints_nothing_without_inferred_codes(self):
+        self.assertEqual(self.run_main(), (0, ""))
+
+    def test_enumerant_table_error_is_printed_and_fails(self):
+        self.edit("enums_test.tbl", "enum x_t 2", "enum x_t 3")
+        status, printed = self.run_main()
+        self.assertEqual(status, 1)
+        self.assertTrue(printed.startswith(f"{self.tables / 'enums_test.tbl'}:1: error: "), printed)
+
+
+if __name__ == "__main__":
+    unittest.main()
