@@ -20,7 +20,8 @@ void crash(std::string_view message, SourceLocation location) {
 
 namespace span_internal {
 
-void bounds_check_fail(size_t index, size_t size, size_t /*element_size*/, SourceLocation location) {
+void bounds_check_fail(size_t index, size_t size, size_t /*element_size*/,
+                       SourceLocation location) {
   char text[96];
   std::snprintf(text, sizeof text, "span index %zu out of bounds for size %zu", index, size);
   zubase_internal::crash(text, location);

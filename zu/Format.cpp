@@ -26,8 +26,8 @@ std::string_view num2str(uint64_t value, NumberFormat format, span<char> out) {
 std::string_view num2str(int64_t value, NumberFormat format, span<char> out) {
   if (value >= 0) return num2str(static_cast<uint64_t>(value), format, out);
   // Negate in unsigned arithmetic so that the smallest value prints too.
-  std::string_view magnitude =
-      num2str(~static_cast<uint64_t>(value) + 1, format, span<char>(out.data() + 1, out.size() - 1));
+  std::string_view magnitude = num2str(~static_cast<uint64_t>(value) + 1, format,
+                                       span<char>(out.data() + 1, out.size() - 1));
   char* sign = const_cast<char*>(magnitude.data()) - 1;
   *sign = '-';
   return {sign, magnitude.size() + 1};
@@ -76,11 +76,21 @@ void format_value(format_internal::Buffer& out, QuoteFormat::Adapter<std::string
   for (const char c : quoted.value) {
     const auto byte = static_cast<unsigned char>(c);
     switch (c) {
-      case '\0': out.write("\\0"); break;
-      case '\t': out.write("\\t"); break;
-      case '\n': out.write("\\n"); break;
-      case '"': out.write("\\\""); break;
-      case '\\': out.write("\\\\"); break;
+      case '\0':
+        out.write("\\0");
+        break;
+      case '\t':
+        out.write("\\t");
+        break;
+      case '\n':
+        out.write("\\n");
+        break;
+      case '"':
+        out.write("\\\"");
+        break;
+      case '\\':
+        out.write("\\\\");
+        break;
       default:
         if (byte < 32) {
           const char escape[] = {'\\', 'x', kHex[byte >> 4], kHex[byte & 15]};

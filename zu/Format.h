@@ -2,8 +2,8 @@
 //
 //   zu::format("value {} of {}", 3, name)
 //
-// An argument is written by the overload of zu::format_value that fits its type: integers, floating point,
-// bool, characters, strings and QuoteFormat adapters come with the library.
+// An argument is written by the overload of zu::format_value that fits its type: integers, floating
+// point, bool, characters, strings and QuoteFormat adapters come with the library.
 #pragma once
 
 #include <cstdint>
@@ -35,18 +35,20 @@ class Buffer {
 };
 
 struct NumberFormat {
-  int base = 10;        // 10 or 16
-  bool upper = false;   // upper-case hexadecimal digits
-  int min_digits = 1;   // padded with '0' up to this many digits
+  int base = 10;       // 10 or 16
+  bool upper = false;  // upper-case hexadecimal digits
+  int min_digits = 1;  // padded with '0' up to this many digits
 };
 
-// Writes `value` into `out` and returns the text, which lies inside `out`. `out` needs 66 characters.
+// Writes `value` into `out` and returns the text, which lies inside `out`. `out` needs 66
+// characters.
 std::string_view num2str(uint64_t value, NumberFormat format, span<char> out);
 std::string_view num2str(int64_t value, NumberFormat format, span<char> out);
 
-// Expands each `{}` of `format` by calling the next callback, which writes its own argument into `buffer`.
-// "{{" and "}}" stand for single braces. A placeholder without a callback is written as "{?}", so that a
-// wrong message still shows what it holds.
+// Expands each `{}` of `format` by calling the next callback, which writes its own argument into
+// `buffer`.
+// "{{" and "}}" stand for single braces. A placeholder without a callback is written as "{?}", so
+// that a wrong message still shows what it holds.
 void interpolate(Buffer& buffer, std::string_view format, span<const FnRef<void()>> args,
                  SourceLocation location);
 
@@ -71,8 +73,8 @@ void format_value(format_internal::Buffer& out, T value) {
   }
 }
 
-// Formats a string between double quotes, with \0 \t \n \" \\ as two-character escapes, any other byte
-// below 32 as \x and two lower-case hexadecimal digits, and every other byte as it stands.
+// Formats a string between double quotes, with \0 \t \n \" \\ as two-character escapes, any other
+// byte below 32 as \x and two lower-case hexadecimal digits, and every other byte as it stands.
 struct QuoteFormat {
   template <class T>
   struct Adapter {

@@ -20,11 +20,16 @@ constexpr SoftwareComponent kComponents[] = {
 
 const char* LevelWord(Logger::Level level) {
   switch (level) {
-    case Logger::Level::fatal: return "FATAL";
-    case Logger::Level::error: return "ERROR";
-    case Logger::Level::warning: return "WARNING";
-    case Logger::Level::info: return "INFO";
-    case Logger::Level::trace: return "TRACE";
+    case Logger::Level::fatal:
+      return "FATAL";
+    case Logger::Level::error:
+      return "ERROR";
+    case Logger::Level::warning:
+      return "WARNING";
+    case Logger::Level::info:
+      return "INFO";
+    case Logger::Level::trace:
+      return "TRACE";
   }
   return "LOG";
 }
@@ -65,7 +70,8 @@ void Logger::log_impl(Record record) const {
   const auto now = std::chrono::system_clock::now();
   const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
   const auto micros =
-      std::chrono::duration_cast<std::chrono::microseconds>(now.time_since_epoch()).count() % 1000000;
+      std::chrono::duration_cast<std::chrono::microseconds>(now.time_since_epoch()).count() %
+      1000000;
   std::tm utc{};
   gmtime_r(&seconds, &utc);
   char stamp[32];

@@ -4,8 +4,8 @@
 //                       std::tuple(v));            // writes at Level::fatal and ends the process
 //   (*zu::log)(zu::Logger::Level::error).message("could not {}", what);
 //
-// A record is written when its Builder is finished, which the Builder's destructor does. A record whose level
-// is not enabled is dropped before its text is formatted.
+// A record is written when its Builder is finished, which the Builder's destructor does. A record
+// whose level is not enabled is dropped before its text is formatted.
 #pragma once
 
 #include <cstdint>
@@ -52,8 +52,8 @@ class SoftwareComponent {
 // A format string, kept apart from the text arguments of check_fail.
 struct FmtString {
   constexpr FmtString() = default;
-  constexpr FmtString(const char* text) : text(text) {}        // NOLINT: implicit by design
-  constexpr FmtString(std::string_view text) : text(text) {}   // NOLINT: implicit by design
+  constexpr FmtString(const char* text) : text(text) {}       // NOLINT: implicit by design
+  constexpr FmtString(std::string_view text) : text(text) {}  // NOLINT: implicit by design
   std::string_view text;
 };
 
@@ -120,7 +120,8 @@ class Logger {
   bool will_trace(std::string_view group) const;
   bool might_trace() const { return !trace_.empty(); }
 
-  // Writes one line per record to standard error. At Level::fatal it ends the process and does not return.
+  // Writes one line per record to standard error. At Level::fatal it ends the process and does not
+  // return.
   virtual void log_impl(Record record) const;
 
   // A check failure at Level::fatal: "<label>: <message>", or the label alone for an empty format.
@@ -129,13 +130,13 @@ class Logger {
                      FmtString format, const std::tuple<Args...>& args,
                      SourceLocation location = SourceLocation::current()) const {
     Builder builder = (*this)(Level::fatal, location);
-    std::string label_text = std::apply(
-        [&](const auto&... a) { return zu::format(label, a...); }, label_args);
+    std::string label_text =
+        std::apply([&](const auto&... a) { return zu::format(label, a...); }, label_args);
     if (format.text.empty()) {
       builder.add_message(std::move(label_text));
     } else {
-      std::string text = std::apply(
-          [&](const auto&... a) { return zu::format(format.text, a...); }, args);
+      std::string text =
+          std::apply([&](const auto&... a) { return zu::format(format.text, a...); }, args);
       builder.add_message(zu::format("{}: {}", label_text, text));
     }
     return builder;

@@ -15,7 +15,8 @@ class optional {
 
  public:
   constexpr optional() = default;
-  constexpr optional(T value) : value_(std::move(value)), empty_(0) {}  // NOLINT: implicit by design
+  constexpr optional(T value)
+      : value_(std::move(value)), empty_(0) {}  // NOLINT: implicit by design
 
   constexpr bool has_value() const { return empty_ == 0; }
   constexpr explicit operator bool() const { return has_value(); }

@@ -37,11 +37,15 @@ class SourceLocation {
   }
 
   bool known() const { return line_ != 0 && file_ != nullptr; }
-  const char* file() const { return known() ? file_ : SourceLocationBase::kUnknownSourceLocation.file; }
+  const char* file() const {
+    return known() ? file_ : SourceLocationBase::kUnknownSourceLocation.file;
+  }
   const char* function() const {
     return known() ? function_ : SourceLocationBase::kUnknownSourceLocation.function;
   }
-  uint32_t line() const { return known() ? line_ : SourceLocationBase::kUnknownSourceLocation.line; }
+  uint32_t line() const {
+    return known() ? line_ : SourceLocationBase::kUnknownSourceLocation.line;
+  }
   uint32_t column() const {
     return known() ? column_ : SourceLocationBase::kUnknownSourceLocation.column;
   }

@@ -29,9 +29,10 @@ void ArchSpec::set_arch(ArchVersion version) {
   const std::string requested = version.to_string();
   const std::string current = version_.to_string();
   if (version == version_) return;
-  zu::log->check_fail("check-fail", std::tuple<>(),
-                      "Can't set architecture version to {} because it is already initialized to {}",
-                      std::make_tuple(zu::quoted(requested), zu::quoted(current)));
+  zu::log->check_fail(
+      "check-fail", std::tuple<>(),
+      "Can't set architecture version to {} because it is already initialized to {}",
+      std::make_tuple(zu::quoted(requested), zu::quoted(current)));
 }
 
 ArchSpec* ArchSpec::get() {

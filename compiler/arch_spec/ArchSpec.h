@@ -3,7 +3,8 @@
 //   zu::spec::ArchSpec::set_arch(zu::spec::ArchVersion::parse("mk43"));
 //   const zu::spec::ArchConstants* constants = zu::spec::arch_constants();
 //
-// The generation is set once, at start-up, on one thread; ArchSpec::reset() is the only way to change it.
+// The generation is set once, at start-up, on one thread; ArchSpec::reset() is the only way to
+// change it.
 #pragma once
 
 #include <memory>
@@ -25,8 +26,8 @@ class ArchSpec {
   ArchSpec(const ArchSpec&) = delete;
   ArchSpec& operator=(const ArchSpec&) = delete;
 
-  // Chooses the generation. Any version is taken the first time; the same version again is harmless; a
-  // different one is a fatal check failure.
+  // Chooses the generation. Any version is taken the first time; the same version again is
+  // harmless; a different one is a fatal check failure.
   static void set_arch(ArchVersion version);
   // The description, built on first use. With no version set it ends the process (exit status 1).
   static ArchSpec* get();

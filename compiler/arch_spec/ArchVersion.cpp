@@ -20,18 +20,19 @@ constinit const ArchVersion ArchVersion::v6_0_0 = {6, 0, 0};
 const std::map<std::string, ArchVersion> ArchVersion::product_name_to_version_ = {
     {"mk41", {2, 0, 0}}, {"mk42", {2, 1, 0}}, {"mk43", {3, 0, 0}}, {"mk44", {4, 0, 0}}};
 const std::map<std::string, ArchVersion> ArchVersion::code_name_to_version_ = {
-    {"ko", {2, 0, 0}}, {"uko", {2, 1, 0}}, {"ry", {3, 0, 0}},
+    {"ko", {2, 0, 0}},  {"uko", {2, 1, 0}}, {"ry", {3, 0, 0}},
     {"rye", {4, 0, 0}}, {"vi", {5, 0, 0}},  {"oz", {6, 0, 0}}};
 const std::map<ArchVersion, std::string> ArchVersion::version_to_product_name_ = {
     {{2, 0, 0}, "mk41"}, {{2, 1, 0}, "mk42"}, {{3, 0, 0}, "mk43"}, {{4, 0, 0}, "mk44"}};
 const std::map<ArchVersion, std::string> ArchVersion::version_to_code_name_ = {
-    {{2, 0, 0}, "ko"}, {{2, 1, 0}, "uko"}, {{3, 0, 0}, "ry"},
+    {{2, 0, 0}, "ko"},  {{2, 1, 0}, "uko"}, {{3, 0, 0}, "ry"},
     {{4, 0, 0}, "rye"}, {{5, 0, 0}, "vi"},  {{6, 0, 0}, "oz"}};
 
 ArchVersion ArchVersion::expect_parse(const std::string& name, std::string& error) {
   std::string lower;
   lower.reserve(name.size());
-  for (const char c : name) lower.push_back(static_cast<char>(std::tolower(static_cast<unsigned char>(c))));
+  for (const char c : name)
+    lower.push_back(static_cast<char>(std::tolower(static_cast<unsigned char>(c))));
 
   if (name.empty()) {
     error = "Can't determine target architecture version. Did you forget to specify --arch?";

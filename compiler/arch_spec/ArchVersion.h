@@ -28,8 +28,8 @@ struct ArchVersion {
   static const std::map<ArchVersion, std::string> version_to_product_name_;
   static const std::map<ArchVersion, std::string> version_to_code_name_;
 
-  // Parses a product name (any case). On failure returns all zero and replaces `error` with the reason;
-  // on success leaves `error` untouched. Never ends the process.
+  // Parses a product name (any case). On failure returns all zero and replaces `error` with the
+  // reason; on success leaves `error` untouched. Never ends the process.
   static ArchVersion expect_parse(const std::string& name, std::string& error);
   // As expect_parse, but logs the reason at the error level and exits with status 1 on failure.
   static ArchVersion parse(const std::string& name);

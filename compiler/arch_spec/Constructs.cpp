@@ -40,8 +40,8 @@ constexpr std::array<std::string_view, 256> MakeByteTextViews() {
 }
 constexpr std::array<std::string_view, 256> BYTES2BITS_CACHE = MakeByteTextViews();
 
-// Eight characters, first at the lowest address, to one byte with the first character at bit 7. Only the
-// low bit of each character counts.
+// Eight characters, first at the lowest address, to one byte with the first character at bit 7.
+// Only the low bit of each character counts.
 inline uint64_t PackEight(const char* text) {
   uint64_t chunk;
   std::memcpy(&chunk, text, 8);
@@ -129,7 +129,8 @@ bool BaseConstruct::RegisterRecord(const std::string& name, BaseConstruct* paren
 
 std::string BaseConstruct::Name() const {
   check(unique_id_.has_value(), "Unique ID not initialized");
-  // Collect the names from this construct up to the root. A missing entry is made empty and ends the walk.
+  // Collect the names from this construct up to the root. A missing entry is made empty and ends
+  // the walk.
   std::vector<const std::string*> names;
   const ExternalStorage* entry = &external_storage_[*unique_id_];
   names.push_back(&entry->name);

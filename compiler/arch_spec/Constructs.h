@@ -1,13 +1,16 @@
 // The constructs that configuration records are made of.
 //
-// A construct has an exact place in the bit string of a tile's configuration. Leaves (BitsInteger<N>) hold
-// one unsigned field; PackedArray<N, B> holds N small fields compactly; ArrayLE<N, T> holds N constructs, with
-// element 0 at the little end of the bits; the generated records hold their fields in table order.
+// A construct has an exact place in the bit string of a tile's configuration. Leaves
+// (BitsInteger<N>) hold one unsigned field; PackedArray<N, B> holds N small fields compactly;
+// ArrayLE<N, T> holds N constructs, with element 0 at the little end of the bits; the generated
+// records hold their fields in table order.
 //
-// Every construct can be read from the text form of a configuration (`Parse`), written into a ConfigBuilder
+// Every construct can be read from the text form of a configuration (`Parse`), written into a
+// ConfigBuilder
 // (`Build`), printed (`ToString`), walked leaf by leaf (`Walk`) and asked where its leaves lie
-// (`CollectFields`, `CollectPatches`). Names, offsets and registers live apart from the objects, in the one
-// process-wide table `BaseConstruct::external_storage_`, keyed by each construct's 16-bit unique id.
+// (`CollectFields`, `CollectPatches`). Names, offsets and registers live apart from the objects, in
+// the one process-wide table `BaseConstruct::external_storage_`, keyed by each construct's 16-bit
+// unique id.
 #pragma once
 
 #include <cstddef>
@@ -32,12 +35,12 @@ class BitsIntegerBase;
 
 // Where one part (at most 32 bits) of a leaf stands, counted in 512-bit words.
 struct FieldMetadata {
-  std::string name;     // Name() of the leaf; both parts of a wide leaf have the same name
-  uint32_t bit = 0;     // bit position inside its 512-bit word
-  uint16_t width = 0;   // bits of this part, 1 to 32
-  uint32_t word = 0;    // index of the 512-bit word
-  bool flag = false;    // the caller's flag, passed through
-  uint32_t reg = 0;     // register index of this part
+  std::string name;       // Name() of the leaf; both parts of a wide leaf have the same name
+  uint32_t bit = 0;       // bit position inside its 512-bit word
+  uint16_t width = 0;     // bits of this part, 1 to 32
+  uint32_t word = 0;      // index of the 512-bit word
+  bool flag = false;      // the caller's flag, passed through
+  uint32_t reg = 0;       // register index of this part
   bool reg_flag = false;  // whether the register is writable
 };
 
@@ -50,18 +53,18 @@ struct PatchMetadata {
 
 // One entry of the table of field locations.
 struct ExternalStorage {
-  std::string name;                  // own name; empty for arrays
-  zu::optional<UniqueId> parent;     // enclosing construct; empty for the root
-  uint16_t offset = 0;               // first bit, from the start of the top-level bit string
-  bool writable = false;             // set by SetRegisterLo / SetRegisterHi
-  uint32_t reg_lo = 0;               // register of the low 32 bits
-  zu::optional<uint32_t> reg_hi;     // register of the bits from 32 up; leaves above 32 bits only
+  std::string name;               // own name; empty for arrays
+  zu::optional<UniqueId> parent;  // enclosing construct; empty for the root
+  uint16_t offset = 0;            // first bit, from the start of the top-level bit string
+  bool writable = false;          // set by SetRegisterLo / SetRegisterHi
+  uint32_t reg_lo = 0;            // register of the low 32 bits
+  zu::optional<uint32_t> reg_hi;  // register of the bits from 32 up; leaves above 32 bits only
 };
 
-// Reads a stretch of the text form of a configuration as bits. The stretch is packed once, 64 characters to a
-// word with the first character at the word's most significant end; the low bit of each character decides
-// its value, and positions past the end of the text read as '0'. Records parse through it, so that each leaf
-// costs a shift and a mask.
+// Reads a stretch of the text form of a configuration as bits. The stretch is packed once, 64
+// characters to a word with the first character at the word's most significant end; the low bit of
+// each character decides its value, and positions past the end of the text read as '0'. Records
+// parse through it, so that each leaf costs a shift and a mask.
 class BitReader {
  public:
   BitReader(const std::string& bits, size_t position, size_t count);
@@ -124,17 +127,18 @@ class BaseConstruct {
   static std::unordered_map<UniqueId, ExternalStorage> external_storage_;
 
  protected:
-  // The entry of this construct, which must exist: a lookup that finds none leaves an empty entry and
-  // fails with "External storage not initialized".
+  // The entry of this construct, which must exist: a lookup that finds none leaves an empty entry
+  // and fails with "External storage not initialized".
   ExternalStorage& StoredEntry(zu::SourceLocation location = zu::SourceLocation::current()) const;
   // The entry of this construct, created if needed. The construct must have an id.
   ExternalStorage& EntryFor(zu::SourceLocation location = zu::SourceLocation::current()) const;
   // Fails with "Offset out of bounds (...)" unless `offset` fits 16 bits.
-  static void CheckOffset(size_t offset, zu::SourceLocation location = zu::SourceLocation::current());
+  static void CheckOffset(size_t offset,
+                          zu::SourceLocation location = zu::SourceLocation::current());
   // The id of `parent`, which must have one.
   static UniqueId ParentId(const BaseConstruct& parent);
-  // The registration of a record: checks the offset and the id, and makes the record's entry. False if the
-  // entry was there already, in which case the record and its sub-tree are left as they are.
+  // The registration of a record: checks the offset and the id, and makes the record's entry. False
+  // if the entry was there already, in which case the record and its sub-tree are left as they are.
   bool RegisterRecord(const std::string& name, BaseConstruct* parent, size_t offset,
                       zu::SourceLocation location = zu::SourceLocation::current());
 
@@ -158,8 +162,8 @@ class BitsIntegerBase : public BaseConstruct {
   // The value, zero-extended.
   virtual uint64_t ToNumber() const = 0;
 
-  // Reads SizeInBits() characters from `*pos`, most significant first, and advances `*pos`; the leaf is not
-  // touched. Characters past the end of `bits` read as '0'.
+  // Reads SizeInBits() characters from `*pos`, most significant first, and advances `*pos`; the
+  // leaf is not touched. Characters past the end of `bits` read as '0'.
   uint64_t ParseImpl(const std::string& bits, size_t* pos) const;
   // Appends the leaf's line: "[0x012c:7-8]/40 0x1234", or "[0x0000]/0 0xa" before registration.
   void ToStringImpl(std::string* out) const;
@@ -176,8 +180,8 @@ class BitsIntegerBase : public BaseConstruct {
   }
 
   void CollectFieldsImpl(std::vector<FieldMetadata>& out, bool flag, int32_t base) const;
-  void CollectPatchesImpl(std::vector<PatchMetadata>& out, uint32_t id,
-                          zu::optional<uint32_t> base, zu::optional<uint32_t> value) const;
+  void CollectPatchesImpl(std::vector<PatchMetadata>& out, uint32_t id, zu::optional<uint32_t> base,
+                          zu::optional<uint32_t> value) const;
   void SetExternalStorageImpl(const std::string& name, BaseConstruct* parent, size_t offset,
                               uint32_t& reg);
   uint32_t RegisterLoImpl() const;
@@ -188,10 +192,9 @@ class BitsIntegerBase : public BaseConstruct {
 
 namespace constructs_internal {
 template <int N>
-using LeafStorage =
-    std::conditional_t<(N <= 8), uint8_t,
-                       std::conditional_t<(N <= 16), uint16_t,
-                                          std::conditional_t<(N <= 32), uint32_t, uint64_t>>>;
+using LeafStorage = std::conditional_t<
+    (N <= 8), uint8_t,
+    std::conditional_t<(N <= 16), uint16_t, std::conditional_t<(N <= 32), uint32_t, uint64_t>>>;
 }  // namespace constructs_internal
 
 // A leaf of N bits (1 to 64).
@@ -209,7 +212,9 @@ class BitsInteger final : public BitsIntegerBase {
   BitsInteger(const BitsInteger&) = default;
   BitsInteger& operator=(const BitsInteger&) = default;
 
-  void Parse(const std::string& bits, size_t* pos) override { value_ = ParseImpl(bits, pos) & kMask; }
+  void Parse(const std::string& bits, size_t* pos) override {
+    value_ = ParseImpl(bits, pos) & kMask;
+  }
   void Build(ConfigBuilder& builder) const override {
     builder.ensure_room(N);
     builder.put(value_, N);
@@ -234,14 +239,15 @@ class BitsInteger final : public BitsIntegerBase {
 };
 
 namespace constructs_internal {
-// Storage of packed elements of B bits: the smallest unit of 8, 16, 32 or 64 bits that holds two of them
-// (64 bits for B above 32), `per` elements a unit from its low bits up; elements never cross a unit.
+// Storage of packed elements of B bits: the smallest unit of 8, 16, 32 or 64 bits that holds two of
+// them (64 bits for B above 32), `per` elements a unit from its low bits up; elements never cross a
+// unit.
 template <int B>
 struct PackedUnit {
-  using Type = std::conditional_t<
-      (2 * B <= 8), uint8_t,
-      std::conditional_t<(2 * B <= 16), uint16_t,
-                         std::conditional_t<(2 * B <= 32), uint32_t, uint64_t>>>;
+  using Type =
+      std::conditional_t<(2 * B <= 8), uint8_t,
+                         std::conditional_t<(2 * B <= 16), uint16_t,
+                                            std::conditional_t<(2 * B <= 32), uint32_t, uint64_t>>>;
   static constexpr size_t kBits = 8 * sizeof(Type);
   static constexpr size_t kPer = kBits / B;
   static constexpr uint64_t kMask = B == 64 ? ~uint64_t{0} : (uint64_t{1} << B) - 1;
@@ -258,9 +264,9 @@ struct PackedUnit {
 };
 }  // namespace constructs_internal
 
-// N elements of B bits in compact storage (N given by GetSize()). Element N-1 stands first in the bit string,
-// element 0 last. An element exists as a leaf object only for the moment of an operation: a temporary
-// BitsInteger<B>, with the element's id if the array has one.
+// N elements of B bits in compact storage (N given by GetSize()). Element N-1 stands first in the
+// bit string, element 0 last. An element exists as a leaf object only for the moment of an
+// operation: a temporary BitsInteger<B>, with the element's id if the array has one.
 template <int B>
 class PackedArrayBase : public BaseConstruct {
  protected:
@@ -277,7 +283,7 @@ class PackedArrayBase : public BaseConstruct {
   }
   void Build(ConfigBuilder& builder) const override {
     builder.ensure_room(static_cast<int64_t>(GetSize()) * B);
-    WriteElements(builder);
+    WriteElements(GetData(), GetSize(), builder);
   }
   size_t SizeInBits() const override { return GetSize() * B; }
   void ToString(size_t indent, std::string* out) const override {
@@ -329,7 +335,8 @@ class PackedArrayBase : public BaseConstruct {
   virtual const Storage* GetData() const = 0;
   virtual size_t GetSize() const = 0;
 
-  // Element access with the checks of a leaf: the index must lie below the size, the value must fit B bits.
+  // Element access with the checks of a leaf: the index must lie below the size, the value must fit
+  // B bits.
   uint64_t get(size_t i) const {
     range_check(i);
     return Unit::Get(GetData(), i);
@@ -358,17 +365,14 @@ class PackedArrayBase : public BaseConstruct {
     ExternalStorage& entry = external_storage_[*unique_id_];
     if (parent != nullptr) entry.parent = ParentId(*parent);
   }
-  void range_check(size_t i) const {
-    BitsInteger<B>().range_check(i, GetSize());
+  void range_check(size_t i) const { BitsInteger<B>().range_check(i, GetSize()); }
+  // The fast paths of records: element n-1 first, straight on the storage.
+  static void ReadElements(Storage* data, size_t n, BitReader& in) {
+    std::memset(data, 0, Unit::Units(n) * sizeof(Storage));
+    for (size_t i = n; i-- > 0;) Unit::Set(data, i, in.take(B));
   }
-  void ReadElements(BitReader& in) {
-    Storage* data = GetData();
-    std::memset(data, 0, Unit::Units(GetSize()) * sizeof(Storage));
-    for (size_t i = GetSize(); i-- > 0;) Unit::Set(data, i, in.take(B));
-  }
-  void WriteElements(ConfigBuilder& out) const {
-    const Storage* data = GetData();
-    for (size_t i = GetSize(); i-- > 0;) out.put(Unit::Get(data, i), B);
+  static void WriteElements(const Storage* data, size_t n, ConfigBuilder& out) {
+    for (size_t i = n; i-- > 0;) out.put(Unit::Get(data, i), B);
   }
 };
 
@@ -386,15 +390,15 @@ class PackedArray final : public PackedArrayBase<B> {
   const Storage* GetData() const override { return data_; }
   size_t GetSize() const override { return N; }
 
-  void ReadBits(BitReader& in) { this->ReadElements(in); }
-  void WriteBits(ConfigBuilder& out) const { this->WriteElements(out); }
+  void ReadBits(BitReader& in) { PackedArrayBase<B>::ReadElements(data_, N, in); }
+  void WriteBits(ConfigBuilder& out) const { PackedArrayBase<B>::WriteElements(data_, N, out); }
 
  private:
   Storage data_[Unit::Units(N)] = {};
 };
 
-// N constructs of type T; element 0 stands last in the bit string. Operations run from element N-1 down to
-// element 0, but ToString prints element 0 first.
+// N constructs of type T; element 0 stands last in the bit string. Operations run from element N-1
+// down to element 0, but ToString prints element 0 first.
 template <class T>
 class ArrayLEBase : public BaseConstruct {
  public:
@@ -515,9 +519,9 @@ class ArrayLE final : public ArrayLEBase<T> {
   T elements_[N];
 };
 
-// N rows of M elements of B bits, stored flat as one packed array of N*M elements: element [i][j] is flat
-// element i*M + j, and no padding stands between rows. It has one table entry; its leaves are named
-// "name[i][j]".
+// N rows of M elements of B bits, stored flat as one packed array of N*M elements: element [i][j]
+// is flat element i*M + j, and no padding stands between rows. It has one table entry; its leaves
+// are named "name[i][j]".
 template <size_t N, size_t M, int B>
 class ArrayLE<N, PackedArray<M, B>> final : public PackedArrayBase<B> {
   using Unit = typename PackedArrayBase<B>::Unit;
@@ -526,7 +530,9 @@ class ArrayLE<N, PackedArray<M, B>> final : public PackedArrayBase<B> {
   using Storage = typename Unit::Type;
   static constexpr size_t kSizeInBits = N * M * B;
 
-  void Parse(const std::string& bits, size_t* pos) override { PackedArrayBase<B>::Parse(bits, pos); }
+  void Parse(const std::string& bits, size_t* pos) override {
+    PackedArrayBase<B>::Parse(bits, pos);
+  }
   size_t SizeInBits() const override { return kSizeInBits; }
   void ToString(size_t indent, std::string* out) const override {
     out->append("[\n");
@@ -556,8 +562,8 @@ class ArrayLE<N, PackedArray<M, B>> final : public PackedArrayBase<B> {
   using PackedArrayBase<B>::get;
   using PackedArrayBase<B>::set;
 
-  void ReadBits(BitReader& in) { this->ReadElements(in); }
-  void WriteBits(ConfigBuilder& out) const { this->WriteElements(out); }
+  void ReadBits(BitReader& in) { PackedArrayBase<B>::ReadElements(data_, N * M, in); }
+  void WriteBits(ConfigBuilder& out) const { PackedArrayBase<B>::WriteElements(data_, N * M, out); }
 
  protected:
   std::string ElementName(const std::string& name, size_t flat) const override {
@@ -573,43 +579,45 @@ class ArrayLE<N, PackedArray<M, B>> final : public PackedArrayBase<B> {
   Storage data_[Unit::Units(N * M)] = {};
 };
 
-// Appends the text form of `bytes` to `out`: declared with ConfigBuilder, defined with the constructs.
+// Appends the text form of `bytes` to `out`: declared with ConfigBuilder, defined with the
+// constructs.
 void bytes2bits(const std::vector<uint8_t>& bytes, std::string* out);
 
 }  // namespace zu::spec
 
-// The members that every generated record declares, last in its class body. The record's own fields are
-// listed once, in its `Fields` function; every operation below runs over that list (see RecordRules.h).
-#define ZU_SPEC_RECORD(Class, Bits)                                                                \
- public:                                                                                           \
-  static constexpr size_t kSizeInBits = Bits;                                                      \
-  Class() = default;                                                                               \
-  Class(const Class&) = default;                                                                   \
-  Class& operator=(const Class&) = default;                                                        \
-  ~Class() override;                                                                               \
-  void Parse(const std::string& bits, size_t* position) override;                                  \
-  void Build(::zu::spec::ConfigBuilder& builder) const override;                                   \
+// The members that every generated record declares, last in its class body. The record's own fields
+// are listed once, in its `Fields` function; every operation below runs over that list (see
+// RecordRules.h).
+#define ZU_SPEC_RECORD(Class, Bits)                                                               \
+ public:                                                                                          \
+  static constexpr size_t kSizeInBits = Bits;                                                     \
+  Class();                                                                                        \
+  Class(const Class&) = default;                                                                  \
+  Class& operator=(const Class&) = default;                                                       \
+  ~Class() override;                                                                              \
+  void Parse(const std::string& bits, size_t* position) override;                                 \
+  void Build(::zu::spec::ConfigBuilder& builder) const override;                                  \
   size_t SizeInBits() const override { return kSizeInBits; }                                      \
-  void ToString(size_t indent, std::string* out) const override;                                   \
-  void Walk(const std::function<void(::zu::spec::BitsIntegerBase&)>& visit) override;              \
-  void Walk(const std::function<void(const ::zu::spec::BitsIntegerBase&)>& visit) const override;  \
-  void CollectPatches(std::vector<::zu::spec::PatchMetadata>& patches, uint32_t id,                \
-                      ::zu::optional<uint32_t> base, ::zu::optional<uint32_t> value)               \
-      const override;                                                                              \
-  void CollectFields(std::vector<::zu::spec::FieldMetadata>& fields, bool flag, int32_t base)      \
-      const override;                                                                              \
-  void SetUniqueId(::zu::spec::UniqueId& next_id) override;                                        \
-  void SetExternalStorage(const std::string& name, ::zu::spec::BaseConstruct* parent,              \
-                          size_t offset, uint32_t& register_index) override;                       \
-  virtual bool IsSupportedVersion(int major, int minor) const;                                     \
-  void ReadBits(::zu::spec::BitReader& in);                                                        \
-  void WriteBits(::zu::spec::ConfigBuilder& out) const;                                            \
-  template <class Self, class Visit>                                                               \
+  void ToString(size_t indent, std::string* out) const override;                                  \
+  void Walk(const std::function<void(::zu::spec::BitsIntegerBase&)>& visit) override;             \
+  void Walk(const std::function<void(const ::zu::spec::BitsIntegerBase&)>& visit) const override; \
+  void CollectPatches(std::vector<::zu::spec::PatchMetadata>& patches, uint32_t id,               \
+                      ::zu::optional<uint32_t> base, ::zu::optional<uint32_t> value)              \
+      const override;                                                                             \
+  void CollectFields(std::vector<::zu::spec::FieldMetadata>& fields, bool flag, int32_t base)     \
+      const override;                                                                             \
+  void SetUniqueId(::zu::spec::UniqueId& next_id) override;                                       \
+  void SetExternalStorage(const std::string& name, ::zu::spec::BaseConstruct* parent,             \
+                          size_t offset, uint32_t& register_index) override;                      \
+  virtual bool IsSupportedVersion(int major, int minor) const;                                    \
+  void ReadBits(::zu::spec::BitReader& in);                                                       \
+  void WriteBits(::zu::spec::ConfigBuilder& out) const;                                           \
+  template <class Self, class Visit>                                                              \
   static void Fields(Self& self, Visit&& visit);
 
 // The chip versions that the records of one namespace describe: the major, then the minors served.
-#define ZU_SPEC_RECORD_GENERATION(Major, ...)          \
-  struct RecordGeneration {                            \
-    static constexpr int kMajor = Major;               \
-    static constexpr int kMinors[] = {__VA_ARGS__};    \
+#define ZU_SPEC_RECORD_GENERATION(Major, ...)       \
+  struct RecordGeneration {                         \
+    static constexpr int kMajor = Major;            \
+    static constexpr int kMinors[] = {__VA_ARGS__}; \
   };

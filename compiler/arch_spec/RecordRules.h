@@ -1,6 +1,6 @@
-// The rules by which every generated record runs through its fields. A record lists its fields once, in
-// its `Fields` function, in table order; each operation below is one pass over that list. Included only by
-// the generated record sources.
+// The rules by which every generated record runs through its fields. A record lists its fields
+// once, in its `Fields` function, in table order; each operation below is one pass over that list.
+// Included only by the generated record sources.
 #pragma once
 
 #include <algorithm>
@@ -35,7 +35,8 @@ void Build(const R& record, ConfigBuilder& builder) {
   record.WriteBits(builder);
 }
 
-// "{", one line per field "<name> = <field's text>" two blanks deeper, then "}" at the record's depth.
+// "{", one line per field "<name> = <field's text>" two blanks deeper, then "}" at the record's
+// depth.
 template <class R>
 void ToString(const R& record, size_t indent, std::string* out) {
   out->append("{\n");
@@ -75,7 +76,8 @@ void SetUniqueId(R& record, UniqueId& next_id) {
   });
 }
 
-// Whether the namespace's generation (major, and one of `arch_minors`) is the chip version asked for.
+// Whether the namespace's generation (major, and one of `arch_minors`) is the chip version asked
+// for.
 template <class Generation>
 bool IsSupportedVersion(const std::vector<int>& arch_minors, int major, int minor) {
   return major == Generation::kMajor &&
@@ -85,12 +87,16 @@ bool IsSupportedVersion(const std::vector<int>& arch_minors, int major, int mino
 }  // namespace zu::spec::record_rules
 
 // Defines the operations that ZU_SPEC_RECORD declared, after the record's `Fields` function.
-#define ZU_SPEC_RECORD_IMPL(Class)                                                                 \
+#define ZU_SPEC_RECORD_IMPL(Class)                                                                \
+  /* Out of line, so that every member's class is completed here, virtual operations included. */ \
+  Class::Class() = default;                                                                       \
   Class::~Class() = default;                                                                      \
   void Class::Parse(const std::string& bits, size_t* position) {                                  \
     ::zu::spec::record_rules::Parse(*this, bits, position);                                       \
   }                                                                                               \
-  void Class::ReadBits(::zu::spec::BitReader& in) { ::zu::spec::record_rules::ReadBits(*this, in); } \
+  void Class::ReadBits(::zu::spec::BitReader& in) {                                               \
+    ::zu::spec::record_rules::ReadBits(*this, in);                                                \
+  }                                                                                               \
   void Class::WriteBits(::zu::spec::ConfigBuilder& out) const {                                   \
     ::zu::spec::record_rules::WriteBits(*this, out);                                              \
   }                                                                                               \
@@ -127,8 +133,8 @@ bool IsSupportedVersion(const std::vector<int>& arch_minors, int major, int mino
     });                                                                                           \
   }                                                                                               \
   bool Class::IsSupportedVersion(int major, int minor) const {                                    \
-    static const std::vector<int> arch_minors(std::begin(RecordGeneration::kMinors),             \
-                                              std::end(RecordGeneration::kMinors));              \
+    static const std::vector<int> arch_minors(std::begin(RecordGeneration::kMinors),              \
+                                              std::end(RecordGeneration::kMinors));               \
     return ::zu::spec::record_rules::IsSupportedVersion<RecordGeneration>(arch_minors, major,     \
                                                                           minor);                 \
   }
