@@ -1,0 +1,244 @@
+// What the records and the constants interface cost.
+//
+// Every record benchmark reports its speed in bits per second and, as "x_baseline", its time
+// relative to one plain pass over the same text (counting its '1' characters), measured in the same
+// process.
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "compiler/arch_spec/ArchSpec.h"
+#include "compiler/arch_spec/gen/ArchConstants.h"
+#include "compiler/arch_spec/gen/KoConfig.h"
+#include "compiler/arch_spec/gen/RyConfig.h"
+#include "compiler/arch_spec/gen/RyeConfig.h"
+
+namespace {
+
+using namespace zu::spec;
+
+struct Tile {
+  std::string label;  // "rye/AGCU_Config_struct"
+  size_t bits;
+  std::function<std::unique_ptr<BaseConstruct>()> make;
+};
+
+std::vector<Tile> Tiles() {
+  std::vector<Tile> tiles;
+#define ZU_SPEC_RECORD_ENTRY(Class, Bits, Fields, Ids, Top) \
+  if (Top)                                                  \
+    tiles.push_back(                                        \
+        {std::string(kNs) + "/" #Class, Bits, [] { return std::make_unique<Ns::Class>(); }});
+  {
+    namespace Ns = ko;
+    constexpr const char* kNs = "ko";
+#include "compiler/arch_spec/gen/KoRecords.inc"
+  }
+  {
+    namespace Ns = ry;
+    constexpr const char* kNs = "ry";
+#include "compiler/arch_spec/gen/RyRecords.inc"
+  }
+  {
+    namespace Ns = rye;
+    constexpr const char* kNs = "rye";
+#include "compiler/arch_spec/gen/RyeRecords.inc"
+  }
+#undef ZU_SPEC_RECORD_ENTRY
+  return tiles;
+}
+
+std::string RandomBits(size_t n) {
+  std::mt19937_64 random(n);
+  std::string bits(n, '0');
+  for (char& c : bits) c = (random() & 1) ? '1' : '0';
+  return bits;
+}
+
+// The plain pass that the records are measured against.
+size_t CountOnes(const std::string& bits) {
+  size_t ones = 0;
+  for (const char c : bits) ones += c == '1';
+  return ones;
+}
+
+// Seconds of one CountOnes over `bits`: the best of several timed batches.
+double BaselineSeconds(const std::string& bits) {
+  double best = 1e9;
+  for (int batch = 0; batch < 20; ++batch) {
+    const int runs = 200;
+    const auto start = std::chrono::steady_clock::now();
+    for (int i = 0; i < runs; ++i) {
+      std::string const* text = &bits;
+      benchmark::DoNotOptimize(text);
+      benchmark::DoNotOptimize(CountOnes(*text));
+    }
+    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
+    best = std::min(best, took.count() / runs);
+  }
+  return best;
+}
+
+void Report(benchmark::State& state, size_t bits, double baseline) {
+  state.counters["bits/s"] =
+      benchmark::Counter(static_cast<double>(bits), benchmark::Counter::kIsIterationInvariantRate);
+  // elapsed / (iterations * baseline): how many plain passes one operation costs.
+  state.counters["x_baseline"] = benchmark::Counter(
+      baseline, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+
+void RegisterTile(const Tile& tile) {
+  const auto bits = std::make_shared<std::string>(RandomBits(tile.bits));
+  const double baseline = BaselineSeconds(*bits);
+  const auto make = tile.make;
+  const size_t n = tile.bits;
+
+  benchmark::RegisterBenchmark((tile.label + "/Baseline").c_str(), [=](benchmark::State& state) {
+    for (auto _ : state) benchmark::DoNotOptimize(CountOnes(*bits));
+    Report(state, n, baseline);
+  });
+  benchmark::RegisterBenchmark((tile.label + "/Parse").c_str(), [=](benchmark::State& state) {
+    auto record = make();
+    for (auto _ : state) {
+      size_t position = 0;
+      record->Parse(*bits, &position);
+      benchmark::DoNotOptimize(position);
+    }
+    Report(state, n, baseline);
+  });
+  benchmark::RegisterBenchmark((tile.label + "/Build").c_str(), [=](benchmark::State& state) {
+    auto record = make();
+    size_t position = 0;
+    record->Parse(*bits, &position);
+    auto builder = std::make_unique<ConfigBuilder>();
+    for (auto _ : state) {
+      builder->advance(-builder->cursor());
+      record->Build(*builder);
+      benchmark::ClobberMemory();
+    }
+    Report(state, n, baseline);
+  });
+  benchmark::RegisterBenchmark((tile.label + "/BuildToBytes").c_str(),
+                               [=](benchmark::State& state) {
+                                 auto record = make();
+                                 size_t position = 0;
+                                 record->Parse(*bits, &position);
+                                 for (auto _ : state) {
+                                   auto builder = std::make_unique<ConfigBuilder>();
+                                   record->Build(*builder);
+                                   builder->advance(static_cast<int64_t>((8 - n % 8) % 8));
+                                   benchmark::DoNotOptimize(builder->to_bytes());
+                                 }
+                                 Report(state, n, baseline);
+                               });
+  benchmark::RegisterBenchmark((tile.label + "/Bytes2Bits").c_str(), [=](benchmark::State& state) {
+    auto record = make();
+    size_t position = 0;
+    record->Parse(*bits, &position);
+    ConfigBuilder builder;
+    record->Build(builder);
+    builder.advance(static_cast<int64_t>((8 - n % 8) % 8));
+    const std::vector<uint8_t> bytes = builder.to_bytes();
+    for (auto _ : state) {
+      std::string text;
+      bytes2bits(bytes, &text);
+      benchmark::DoNotOptimize(text.data());
+    }
+    Report(state, n, baseline);
+  });
+  benchmark::RegisterBenchmark((tile.label + "/ToString").c_str(), [=](benchmark::State& state) {
+    auto record = make();
+    size_t position = 0;
+    record->Parse(*bits, &position);
+    for (auto _ : state) {
+      std::string text;
+      record->ToString(0, &text);
+      benchmark::DoNotOptimize(text.data());
+    }
+    Report(state, n, baseline);
+  });
+  benchmark::RegisterBenchmark((tile.label + "/Walk").c_str(), [=](benchmark::State& state) {
+    auto record = make();
+    size_t position = 0;
+    record->Parse(*bits, &position);
+    uint64_t sum = 0;
+    const std::function<void(const BitsIntegerBase&)> visit = [&sum](const BitsIntegerBase& leaf) {
+      sum += leaf.ToNumber();
+    };
+    const BaseConstruct& view = *record;
+    for (auto _ : state) view.Walk(visit);
+    benchmark::DoNotOptimize(sum);
+    Report(state, n, baseline);
+  });
+  benchmark::RegisterBenchmark((tile.label + "/Register").c_str(), [=](benchmark::State& state) {
+    for (auto _ : state) {
+      state.PauseTiming();
+      BaseConstruct::external_storage_.clear();
+      auto record = make();
+      state.ResumeTiming();
+      UniqueId next = 0;
+      record->SetUniqueId(next);
+      uint32_t reg = 0;
+      record->SetExternalStorage("tile", nullptr, 0, reg);
+    }
+    Report(state, n, baseline);
+  });
+  benchmark::RegisterBenchmark((tile.label + "/CollectFields").c_str(),
+                               [=](benchmark::State& state) {
+                                 BaseConstruct::external_storage_.clear();
+                                 auto record = make();
+                                 UniqueId next = 0;
+                                 record->SetUniqueId(next);
+                                 uint32_t reg = 0;
+                                 record->SetExternalStorage("tile", nullptr, 0, reg);
+                                 for (auto _ : state) {
+                                   std::vector<FieldMetadata> fields;
+                                   record->CollectFields(fields, false, 0);
+                                   benchmark::DoNotOptimize(fields.data());
+                                 }
+                                 Report(state, n, baseline);
+                               });
+}
+
+void Accessors() {
+  ArchSpec::set_arch(ArchVersion::v4_0_0);
+  const ArchConstants* constants = arch_constants();
+  benchmark::RegisterBenchmark("constants/scalar", [constants](benchmark::State& state) {
+    for (auto _ : state) {
+      const ArchConstants* c = constants;
+      benchmark::DoNotOptimize(c);
+      benchmark::DoNotOptimize(c->ag_addr_width());
+    }
+  });
+  benchmark::RegisterBenchmark("constants/enumerant", [constants](benchmark::State& state) {
+    for (auto _ : state) {
+      const ArchConstants* c = constants;
+      benchmark::DoNotOptimize(c);
+      benchmark::DoNotOptimize(c->stage_opcode_alu_op_add().ToNumber());
+    }
+  });
+  benchmark::RegisterBenchmark("constants/container", [constants](benchmark::State& state) {
+    for (auto _ : state) {
+      const ArchConstants* c = constants;
+      benchmark::DoNotOptimize(c);
+      benchmark::DoNotOptimize(c->agcu_rows().size());
+    }
+  });
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  for (const Tile& tile : Tiles()) RegisterTile(tile);
+  Accessors();
+  benchmark::RunSpecifiedBenchmarks();
+  benchmark::Shutdown();
+  return 0;
+}
