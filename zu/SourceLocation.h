@@ -2,7 +2,16 @@
 #pragma once
 
 #include <cstdint>
-#include <source_location>
+
+// The column of a call site, where the compiler tells it.
+#if defined(__has_builtin)
+#if __has_builtin(__builtin_COLUMN)
+#define ZU_BUILTIN_COLUMN() __builtin_COLUMN()
+#endif
+#endif
+#ifndef ZU_BUILTIN_COLUMN
+#define ZU_BUILTIN_COLUMN() 0
+#endif
 
 namespace zu {
 
@@ -24,16 +33,15 @@ class SourceLocation {
   constexpr SourceLocation() = default;
   constexpr SourceLocation(const SourceLocationBase& base)  // NOLINT: implicit by design
       : file_(base.file), function_(base.function), line_(base.line), column_(base.column) {}
-  constexpr SourceLocation(const std::source_location& loc)  // NOLINT: implicit by design
-      : file_(loc.file_name()),
-        function_(loc.function_name()),
-        line_(loc.line()),
-        column_(loc.column()) {}
+  constexpr SourceLocation(const char* file, const char* function, uint32_t line, uint32_t column)
+      : file_(file), function_(function), line_(line), column_(column) {}
 
   // The caller's location, when used as a default argument.
-  static constexpr SourceLocation current(
-      std::source_location loc = std::source_location::current()) {
-    return SourceLocation(loc);
+  static constexpr SourceLocation current(const char* file = __builtin_FILE(),
+                                          const char* function = __builtin_FUNCTION(),
+                                          uint32_t line = __builtin_LINE(),
+                                          uint32_t column = ZU_BUILTIN_COLUMN()) {
+    return SourceLocation(file, function, line, column);
   }
 
   bool known() const { return line_ != 0 && file_ != nullptr; }

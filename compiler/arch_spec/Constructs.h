@@ -84,6 +84,43 @@ class BitReader {
   size_t cursor_ = 0;
 };
 
+// Writes bits at a builder's cursor, most significant first, gathering them into whole 64-bit words
+// so that the builder turns its word order once per word rather than once per leaf. Whatever is
+// left is written when the writer is flushed or destroyed.
+class BitWriter {
+ public:
+  explicit BitWriter(ConfigBuilder& builder) : builder_(builder) {}
+  BitWriter(const BitWriter&) = delete;
+  BitWriter& operator=(const BitWriter&) = delete;
+  ~BitWriter() { flush(); }
+
+  // Appends the `nbits` (1 to 64) bits of `value`, which must be below 2 to the power of `nbits`.
+  void put(uint64_t value, int nbits) {
+    if (count_ + nbits < 64) {
+      pending_ = (pending_ << nbits) | value;
+      count_ += nbits;
+      return;
+    }
+    // The value completes a word: its high part goes out with the pending bits, its low part stays.
+    const int fill = 64 - count_;
+    const int rest = nbits - fill;
+    const uint64_t high = value >> rest;
+    builder_.put(fill == 64 ? high : (pending_ << fill) | high, 64);
+    pending_ = rest == 0 ? 0 : value & ((uint64_t{1} << rest) - 1);
+    count_ = rest;
+  }
+  void flush() {
+    if (count_ != 0) builder_.put(pending_, count_);
+    pending_ = 0;
+    count_ = 0;
+  }
+
+ private:
+  ConfigBuilder& builder_;
+  uint64_t pending_ = 0;
+  int count_ = 0;
+};
+
 // The root of everything that has an exact place in a configuration bit string.
 class BaseConstruct {
  public:
@@ -232,7 +269,7 @@ class BitsInteger final : public BitsIntegerBase {
   void SetRaw(uint64_t value) { value_ = value & kMask; }
 
   void ReadBits(BitReader& in) { value_ = in.take(N); }
-  void WriteBits(ConfigBuilder& out) const { out.put(value_, N); }
+  void WriteBits(BitWriter& out) const { out.put(value_, N); }
 
  private:
   constructs_internal::LeafStorage<N> value_ : N;
@@ -283,7 +320,8 @@ class PackedArrayBase : public BaseConstruct {
   }
   void Build(ConfigBuilder& builder) const override {
     builder.ensure_room(static_cast<int64_t>(GetSize()) * B);
-    WriteElements(GetData(), GetSize(), builder);
+    BitWriter out(builder);
+    WriteElements(GetData(), GetSize(), out);
   }
   size_t SizeInBits() const override { return GetSize() * B; }
   void ToString(size_t indent, std::string* out) const override {
@@ -366,17 +404,27 @@ class PackedArrayBase : public BaseConstruct {
     if (parent != nullptr) entry.parent = ParentId(*parent);
   }
   void range_check(size_t i) const { BitsInteger<B>().range_check(i, GetSize()); }
-  // The fast paths of records: element n-1 first, straight on the storage.
+  // The fast paths of records. The bits of a unit, read most significant first, are its elements
+  // from the highest down, which is the order of the bit string: so a whole unit moves at once, the
+  // last unit (which may hold fewer elements) first.
   static void ReadElements(Storage* data, size_t n, BitReader& in) {
-    std::memset(data, 0, Unit::Units(n) * sizeof(Storage));
-    for (size_t i = n; i-- > 0;) Unit::Set(data, i, in.take(B));
+    size_t unit = Unit::Units(n);
+    if (const size_t rest = n % Unit::kPer; rest != 0) {
+      --unit;
+      data[unit] = static_cast<Storage>(in.take(static_cast<int>(rest * B)));
+    }
+    while (unit-- > 0) data[unit] = static_cast<Storage>(in.take(static_cast<int>(Unit::kPer * B)));
   }
-  static void WriteElements(const Storage* data, size_t n, ConfigBuilder& out) {
-    for (size_t i = n; i-- > 0;) out.put(Unit::Get(data, i), B);
+  static void WriteElements(const Storage* data, size_t n, BitWriter& out) {
+    size_t unit = Unit::Units(n);
+    if (const size_t rest = n % Unit::kPer; rest != 0) {
+      --unit;
+      out.put(data[unit], static_cast<int>(rest * B));
+    }
+    while (unit-- > 0) out.put(data[unit], static_cast<int>(Unit::kPer * B));
   }
 };
 
-// N elements of B bits.
 template <size_t N, int B>
 class PackedArray final : public PackedArrayBase<B> {
   using Unit = typename PackedArrayBase<B>::Unit;
@@ -391,7 +439,7 @@ class PackedArray final : public PackedArrayBase<B> {
   size_t GetSize() const override { return N; }
 
   void ReadBits(BitReader& in) { PackedArrayBase<B>::ReadElements(data_, N, in); }
-  void WriteBits(ConfigBuilder& out) const { PackedArrayBase<B>::WriteElements(data_, N, out); }
+  void WriteBits(BitWriter& out) const { PackedArrayBase<B>::WriteElements(data_, N, out); }
 
  private:
   Storage data_[Unit::Units(N)] = {};
@@ -482,7 +530,8 @@ class ArrayLE final : public ArrayLEBase<T> {
   }
   void Build(ConfigBuilder& builder) const override {
     builder.ensure_room(kSizeInBits);
-    WriteBits(builder);
+    BitWriter out(builder);
+    WriteBits(out);
   }
   size_t SizeInBits() const override { return kSizeInBits; }
   size_t Length() const override { return N; }
@@ -507,7 +556,7 @@ class ArrayLE final : public ArrayLEBase<T> {
   void ReadBits(BitReader& in) {
     for (size_t i = N; i-- > 0;) elements_[i].ReadBits(in);
   }
-  void WriteBits(ConfigBuilder& out) const {
+  void WriteBits(BitWriter& out) const {
     for (size_t i = N; i-- > 0;) elements_[i].WriteBits(out);
   }
 
@@ -563,7 +612,7 @@ class ArrayLE<N, PackedArray<M, B>> final : public PackedArrayBase<B> {
   using PackedArrayBase<B>::set;
 
   void ReadBits(BitReader& in) { PackedArrayBase<B>::ReadElements(data_, N * M, in); }
-  void WriteBits(ConfigBuilder& out) const { PackedArrayBase<B>::WriteElements(data_, N * M, out); }
+  void WriteBits(BitWriter& out) const { PackedArrayBase<B>::WriteElements(data_, N * M, out); }
 
  protected:
   std::string ElementName(const std::string& name, size_t flat) const override {
@@ -611,7 +660,7 @@ void bytes2bits(const std::vector<uint8_t>& bytes, std::string* out);
                           size_t offset, uint32_t& register_index) override;                      \
   virtual bool IsSupportedVersion(int major, int minor) const;                                    \
   void ReadBits(::zu::spec::BitReader& in);                                                       \
-  void WriteBits(::zu::spec::ConfigBuilder& out) const;                                           \
+  void WriteBits(::zu::spec::BitWriter& out) const;                                               \
   template <class Self, class Visit>                                                              \
   static void Fields(Self& self, Visit&& visit);
 

@@ -25,14 +25,15 @@ void ReadBits(R& record, BitReader& in) {
 }
 
 template <class R>
-void WriteBits(const R& record, ConfigBuilder& out) {
+void WriteBits(const R& record, BitWriter& out) {
   R::Fields(record, [&out](const char*, const auto& field) { field.WriteBits(out); });
 }
 
 template <class R>
 void Build(const R& record, ConfigBuilder& builder) {
   builder.ensure_room(R::kSizeInBits);
-  record.WriteBits(builder);
+  BitWriter out(builder);
+  record.WriteBits(out);
 }
 
 // "{", one line per field "<name> = <field's text>" two blanks deeper, then "}" at the record's
@@ -97,7 +98,7 @@ bool IsSupportedVersion(const std::vector<int>& arch_minors, int major, int mino
   void Class::ReadBits(::zu::spec::BitReader& in) {                                               \
     ::zu::spec::record_rules::ReadBits(*this, in);                                                \
   }                                                                                               \
-  void Class::WriteBits(::zu::spec::ConfigBuilder& out) const {                                   \
+  void Class::WriteBits(::zu::spec::BitWriter& out) const {                                       \
     ::zu::spec::record_rules::WriteBits(*this, out);                                              \
   }                                                                                               \
   void Class::Build(::zu::spec::ConfigBuilder& builder) const {                                   \

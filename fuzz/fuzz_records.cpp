@@ -1,0 +1,95 @@
+// Arbitrary input read by the top-level records.
+//
+// The first byte picks one of the twelve tile records and a mode:
+// - well formed: the other bytes, bit by bit, become a text of '0' and '1' of exactly the record's size
+//   (repeated or cut to fit); Parse then Build must give the same text back, and so must the bytes.
+// - raw: the other bytes are the text as they stand, of any length and any characters; Parse and Build must
+//   neither crash nor touch memory outside the text (a wrong value is allowed here).
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "compiler/arch_spec/gen/KoConfig.h"
+#include "compiler/arch_spec/gen/RyConfig.h"
+#include "compiler/arch_spec/gen/RyeConfig.h"
+
+namespace {
+
+using namespace zu::spec;
+
+struct Tile {
+  size_t bits;
+  std::function<std::unique_ptr<BaseConstruct>()> make;
+};
+
+const std::vector<Tile>& Tiles() {
+  static const std::vector<Tile> tiles = [] {
+    std::vector<Tile> all;
+#define ZU_SPEC_RECORD_ENTRY(Class, Bits, Fields, Ids, Top) \
+  if (Top) all.push_back({Bits, [] { return std::make_unique<Ns::Class>(); }});
+    {
+      namespace Ns = ko;
+#include "compiler/arch_spec/gen/KoRecords.inc"
+    }
+    {
+      namespace Ns = ry;
+#include "compiler/arch_spec/gen/RyRecords.inc"
+    }
+    {
+      namespace Ns = rye;
+#include "compiler/arch_spec/gen/RyeRecords.inc"
+    }
+#undef ZU_SPEC_RECORD_ENTRY
+    return all;
+  }();
+  return tiles;
+}
+
+std::string Text(const BaseConstruct& record) {
+  ConfigBuilder builder;
+  record.Build(builder);
+  return builder.to_string();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  if (size == 0) return 0;
+  const Tile& tile = Tiles()[data[0] % Tiles().size()];
+  const bool well_formed = (data[0] / Tiles().size()) % 2 == 0;
+  ++data;
+  --size;
+  std::unique_ptr<BaseConstruct> record = tile.make();
+
+  if (!well_formed) {
+    const std::string text(reinterpret_cast<const char*>(data), size);
+    size_t position = 0;
+    record->Parse(text, &position);
+    if (position != tile.bits) std::abort();
+    (void)Text(*record);
+    return 0;
+  }
+
+  std::string bits(tile.bits, '0');
+  if (size > 0) {
+    for (size_t p = 0; p < tile.bits; ++p) {
+      const uint8_t byte = data[(p / 8) % size];
+      bits[p] = ((byte >> (7 - p % 8)) & 1) ? '1' : '0';
+    }
+  }
+  size_t position = 0;
+  record->Parse(bits, &position);
+  if (position != tile.bits || Text(*record) != bits) std::abort();
+
+  ConfigBuilder builder;
+  record->Build(builder);
+  builder.advance(static_cast<int64_t>((8 - tile.bits % 8) % 8));
+  std::string from_bytes;
+  bytes2bits(builder.to_bytes(), &from_bytes);
+  if (from_bytes.compare(0, tile.bits, bits) != 0) std::abort();
+  return 0;
+}
