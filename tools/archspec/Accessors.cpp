@@ -1,0 +1,194 @@
+#include "Accessors.h"
+
+#include <type_traits>
+#include <unordered_map>
+#include <utility>
+
+#include "Nearest.h"
+#include "Tile.h"
+#include "compiler/arch_spec/ArchSpec.h"
+#include "compiler/arch_spec/gen/ArchConstants.h"
+
+namespace archspec {
+namespace {
+
+using nlohmann::json;
+
+template <class T>
+struct IsVector : std::false_type {};
+template <class T>
+struct IsVector<std::vector<T>> : std::true_type {};
+template <class T>
+struct IsOptional : std::false_type {};
+template <class T>
+struct IsOptional<zu::optional<T>> : std::true_type {};
+template <class T>
+struct IsPair : std::false_type {};
+template <class A, class B>
+struct IsPair<std::pair<A, B>> : std::true_type {};
+
+// The JSON form of whatever an accessor returns.
+template <class T>
+json ToJson(const T& value) {
+  if constexpr (std::is_base_of_v<zu::spec::BitsIntegerBase, T>) {
+    return value.ToNumber();  // an enumerant: its code
+  } else if constexpr (std::is_same_v<T, bool>) {
+    return value;
+  } else if constexpr (std::is_integral_v<T> && std::is_unsigned_v<T>) {
+    return static_cast<uint64_t>(value);  // uint8_t is a number here, not a character
+  } else if constexpr (std::is_integral_v<T>) {
+    return static_cast<int64_t>(value);
+  } else if constexpr (std::is_floating_point_v<T>) {
+    return static_cast<double>(value);
+  } else if constexpr (std::is_same_v<T, std::string>) {
+    return value;
+  } else if constexpr (std::is_same_v<T, std::vector<bool>>) {
+    json out = json::array();
+    for (bool element : value) out.push_back(element);
+    return out;
+  } else if constexpr (IsVector<T>::value) {
+    json out = json::array();
+    for (const auto& element : value) out.push_back(ToJson(element));
+    return out;
+  } else if constexpr (IsOptional<T>::value) {
+    return value.has_value() ? ToJson(*value) : json(nullptr);
+  } else if constexpr (IsPair<T>::value) {
+    return json::array({ToJson(value.first), ToJson(value.second)});
+  } else if constexpr (std::is_same_v<T, zu::spec::VagThrottlingInfo>) {
+    return json{{"word0", value.word0}, {"word1", value.word1}, {"word2", value.word2}};
+  } else if constexpr (std::is_same_v<T, zu::spec::HbmSupportInfo>) {
+    return json{{"rates", ToJson(value.rates)},
+                {"count", ToJson(value.count)},
+                {"cycles", value.cycles},
+                {"rate", value.rate},
+                {"first_code", value.first_code},
+                {"second_code", value.second_code},
+                {"third_code", ToJson(value.third_code)},
+                {"fourth_code", ToJson(value.fourth_code)}};
+  } else {
+    static_assert(sizeof(T) == 0, "an accessor returns a type that archspec cannot show");
+  }
+}
+
+template <class T>
+json Answer(const T& value) {
+  return ToJson(value);
+}
+
+#define ARCHSPEC_KIND_SCALAR AccessorKind::kScalar
+#define ARCHSPEC_KIND_ENUM AccessorKind::kEnum
+#define ARCHSPEC_KIND_CONTAINER AccessorKind::kContainer
+
+// One row per accessor of the generated index; the reader is only ever called where answered.
+const std::vector<Accessor> kAccessors = {
+#define ZU_SPEC_CONSTANT(kind, type, accessor, ko, uko, ry, rye)                        \
+  {#accessor, #type, ARCHSPEC_KIND_##kind, {ko != 0, uko != 0, ry != 0, rye != 0}, [] { \
+     return Answer(zu::spec::arch_constants()->accessor());                             \
+   }},
+#define ZU_SPEC_FEATURE(type, accessor)                                     \
+  {#accessor, #type, AccessorKind::kFeature, {true, true, true, true}, [] { \
+     return Answer(zu::spec::arch_features()->accessor());                  \
+   }},
+#define ZU_SPEC_CONSTRAINT(type, accessor)                                     \
+  {#accessor, #type, AccessorKind::kConstraint, {true, true, true, true}, [] { \
+     return Answer(zu::spec::arch_constraints()->accessor());                  \
+   }},
+#include "compiler/arch_spec/gen/ArchConstantsIndex.inc"
+#undef ZU_SPEC_CONSTANT
+#undef ZU_SPEC_FEATURE
+#undef ZU_SPEC_CONSTRAINT
+};
+
+const std::unordered_map<std::string_view, size_t>& Index() {
+  static const std::unordered_map<std::string_view, size_t> index = [] {
+    std::unordered_map<std::string_view, size_t> out;
+    out.reserve(kAccessors.size());
+    for (size_t i = 0; i < kAccessors.size(); ++i) out.emplace(kAccessors[i].name, i);
+    return out;
+  }();
+  return index;
+}
+
+// The column of the answered flags for a generation: ko, uko, ry, rye.
+int Column(const zu::spec::ArchVersion& version) {
+  if (version == zu::spec::ArchVersion::v2_0_0) return 0;
+  if (version == zu::spec::ArchVersion::v2_1_0) return 1;
+  if (version == zu::spec::ArchVersion::v3_0_0) return 2;
+  if (version == zu::spec::ArchVersion::v4_0_0) return 3;
+  return -1;
+}
+
+}  // namespace
+
+const char* KindName(AccessorKind kind) {
+  switch (kind) {
+    case AccessorKind::kScalar:
+      return "parameter";
+    case AccessorKind::kEnum:
+      return "enumerant";
+    case AccessorKind::kContainer:
+      return "container";
+    case AccessorKind::kFeature:
+      return "feature";
+    case AccessorKind::kConstraint:
+      return "constraint";
+  }
+  return "";
+}
+
+const std::vector<Accessor>& AllAccessors() { return kAccessors; }
+
+const Accessor* FindAccessor(std::string_view name) {
+  const auto it = Index().find(name);
+  return it == Index().end() ? nullptr : &kAccessors[it->second];
+}
+
+std::string NearestAccessor(std::string_view name, const AccessorKind* kind_only) {
+  NearestName nearest(name);
+  for (const Accessor& accessor : kAccessors) {
+    if (kind_only == nullptr || accessor.kind == *kind_only) nearest.Offer(accessor.name);
+  }
+  return nearest.Best();
+}
+
+bool IsAnswered(const Accessor& accessor, const zu::spec::ArchVersion& version) {
+  if (accessor.kind == AccessorKind::kFeature || accessor.kind == AccessorKind::kConstraint) {
+    return true;
+  }
+  const int column = Column(version);
+  return column >= 0 && accessor.answered[column];
+}
+
+json ReadAccessor(const Accessor& accessor) { return accessor.read(); }
+
+std::string ValueText(const json& value) {
+  if (value.is_null()) return "none";
+  return value.dump();
+}
+
+NamedValue ResolveEnumerant(std::string_view name) {
+  NamedValue out;
+  const Accessor* accessor = FindAccessor(name);
+  const zu::spec::ArchVersion& version = zu::spec::ArchSpec::arch();
+  if (accessor == nullptr) {
+    const AccessorKind enumerants = AccessorKind::kEnum;
+    out.error = "no enumerant named " + std::string(name);
+    const std::string nearest = NearestAccessor(name, &enumerants);
+    if (!nearest.empty()) out.error += "; did you mean " + nearest + "?";
+    return out;
+  }
+  if (accessor->kind != AccessorKind::kEnum) {
+    out.error = std::string(name) + " is a " + KindName(accessor->kind) +
+                ", not an enumerant: write its value as a number";
+    return out;
+  }
+  if (!IsAnswered(*accessor, version)) {
+    out.error =
+        "enumerant " + std::string(name) + " is not answered by " + GenerationLabel(version);
+    return out;
+  }
+  out.value = ReadAccessor(*accessor).get<uint64_t>();
+  return out;
+}
+
+}  // namespace archspec

@@ -1,0 +1,50 @@
+// Every accessor of the constants, features and constraints classes, by name, with whether the
+// selected generation answers it. An unanswered constants accessor ends the process by design, so
+// nothing here calls one: the answered flags come from the same table that produced the classes.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "Sparse.h"
+#include "compiler/arch_spec/ArchVersion.h"
+
+namespace archspec {
+
+enum class AccessorKind { kScalar, kEnum, kContainer, kFeature, kConstraint };
+
+// "parameter", "enumerant", "container", "feature", "constraint".
+const char* KindName(AccessorKind kind);
+
+struct Accessor {
+  const char* name;
+  const char* type;  // the accessor's return type, as declared
+  AccessorKind kind;
+  bool answered[4];          // constants only: answered by ko, uko, ry, rye
+  nlohmann::json (*read)();  // calls the accessor on the object of the selected generation
+};
+
+// All accessors in interface order: constants (parameters, enumerants, containers), then
+// features, then constraints.
+const std::vector<Accessor>& AllAccessors();
+const Accessor* FindAccessor(std::string_view name);
+// The accessor most like `name`, among those of `kind` only if `kind_only` is set.
+std::string NearestAccessor(std::string_view name, const AccessorKind* kind_only = nullptr);
+
+// Whether `version` answers `accessor`. Features and constraints always answer: they have defaults.
+bool IsAnswered(const Accessor& accessor, const zu::spec::ArchVersion& version);
+
+// The value of an answered accessor for the generation set with ArchSpec::set_arch.
+nlohmann::json ReadAccessor(const Accessor& accessor);
+// The value as one line of text: numbers and booleans as such, "none" for an absent optional,
+// containers and aggregates in JSON form.
+std::string ValueText(const nlohmann::json& value);
+
+// Resolves enumerant names in sparse listings for the generation set with ArchSpec::set_arch.
+NamedValue ResolveEnumerant(std::string_view name);
+
+}  // namespace archspec

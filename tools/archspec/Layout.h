@@ -1,0 +1,62 @@
+// Where every leaf of a tile's configuration lies: the flat view of a record that the sparse
+// listing, `layout`, `where` and `diff` work on. A Layout is plain data, made once from a
+// registered record (Tile.h) or by hand (tests, fuzzing), and holds no reference to the library.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+namespace archspec {
+
+// One leaf: a field of 1 to 64 bits, packed array elements included.
+struct Leaf {
+  std::string path;     // dotted path from the tile record, e.g. "simd_structIn[0][4].stage_opcode"
+  uint32_t offset = 0;  // first (most significant) bit in the tile's bit string
+  uint32_t width = 0;   // bits
+  uint32_t reg_lo = 0;  // register of the low 32 bits
+  std::optional<uint32_t> reg_hi;  // register of the bits from 32 up, for leaves above 32 bits
+};
+
+class Layout {
+ public:
+  Layout() = default;
+  // `leaves` in bit order, covering the `bits` of `record` without gaps.
+  Layout(std::string record, uint32_t bits, std::vector<Leaf> leaves);
+  // The index refers into the leaves: a move keeps it valid, a copy would not.
+  Layout(Layout&&) = default;
+  Layout& operator=(Layout&&) = default;
+  Layout(const Layout&) = delete;
+  Layout& operator=(const Layout&) = delete;
+
+  const std::string& record() const { return record_; }
+  uint32_t bits() const { return bits_; }
+  const std::vector<Leaf>& leaves() const { return leaves_; }
+
+  // The index of the leaf with this exact path.
+  std::optional<size_t> Find(std::string_view path) const;
+  // The index of the leaf that holds `bit`, if the bit lies inside the record.
+  std::optional<size_t> LeafAtBit(uint32_t bit) const;
+  // The path most like `path`, for "did you mean" hints; empty if the layout has no leaves.
+  std::string Nearest(std::string_view path) const;
+
+ private:
+  std::string record_;
+  uint32_t bits_ = 0;
+  std::vector<Leaf> leaves_;
+  std::unordered_map<std::string_view, size_t> index_;  // views into leaves_[i].path
+};
+
+// The largest value a leaf of `width` bits holds.
+constexpr uint64_t MaxValue(uint32_t width) {
+  return width >= 64 ? ~uint64_t{0} : (uint64_t{1} << width) - 1;
+}
+
+// "7" or "7-8": the registers of a leaf, low word first.
+std::string Registers(const Leaf& leaf);
+
+}  // namespace archspec

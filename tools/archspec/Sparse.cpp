@@ -1,0 +1,211 @@
+#include "Sparse.h"
+
+#include <cctype>
+#include <exception>
+
+namespace archspec {
+namespace {
+
+bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\v' || c == '\f'; }
+
+std::string_view Trim(std::string_view s) {
+  while (!s.empty() && IsBlank(s.front())) s.remove_prefix(1);
+  while (!s.empty() && IsBlank(s.back())) s.remove_suffix(1);
+  return s;
+}
+
+bool IsNameStart(char c) { return std::isalpha(static_cast<unsigned char>(c)) || c == '_'; }
+
+// Reads a decimal or 0x-hexadecimal number. Empty if the text is no number or exceeds 64 bits;
+// `overflow` tells the two apart.
+std::optional<uint64_t> ParseNumber(std::string_view text, bool& overflow) {
+  overflow = false;
+  unsigned base = 10;
+  if (text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X')) {
+    base = 16;
+    text.remove_prefix(2);
+  }
+  if (text.empty()) return std::nullopt;
+  uint64_t value = 0;
+  for (char c : text) {
+    unsigned digit;
+    if (c >= '0' && c <= '9') {
+      digit = static_cast<unsigned>(c - '0');
+    } else if (base == 16 && c >= 'a' && c <= 'f') {
+      digit = static_cast<unsigned>(c - 'a' + 10);
+    } else if (base == 16 && c >= 'A' && c <= 'F') {
+      digit = static_cast<unsigned>(c - 'A' + 10);
+    } else {
+      return std::nullopt;
+    }
+    if (value > (~uint64_t{0} - digit) / base) overflow = true;
+    value = value * base + digit;
+  }
+  if (overflow) return std::nullopt;
+  return value;
+}
+
+class Reader {
+ public:
+  Reader(const Layout& layout, const NameResolver& names, size_t max_errors)
+      : layout_(layout), names_(names), max_errors_(max_errors) {
+    result_.values.assign(layout.leaves().size(), 0);
+    first_line_.assign(layout.leaves().size(), 0);
+  }
+
+  void ReadLine(size_t line, std::string_view text) {
+    const size_t hash = text.find('#');
+    if (hash != std::string_view::npos) text = text.substr(0, hash);
+    text = Trim(text);
+    if (text.empty()) return;
+
+    const size_t equals = text.find('=');
+    if (equals == std::string_view::npos) {
+      return Fail(line, "expected 'path = value', found '" + std::string(text) + "'");
+    }
+    const std::string_view path = Trim(text.substr(0, equals));
+    const std::string_view value_text = Trim(text.substr(equals + 1));
+    if (path.empty()) return Fail(line, "missing the path before '='");
+    if (value_text.empty()) {
+      return Fail(line, "missing the value after '=' for " + std::string(path));
+    }
+    for (char c : value_text) {
+      if (IsBlank(c) || c == '=') {
+        return Fail(line, "unexpected text after the value of " + std::string(path) + ": '" +
+                              std::string(value_text) + "'");
+      }
+    }
+
+    const std::optional<size_t> leaf_index = layout_.Find(path);
+    if (!leaf_index.has_value()) {
+      std::string message = "unknown path " + std::string(path) + " in " + layout_.record();
+      const std::string nearest = layout_.Nearest(path);
+      if (!nearest.empty()) message += "; did you mean " + nearest + "?";
+      return Fail(line, message);
+    }
+    const Leaf& leaf = layout_.leaves()[*leaf_index];
+
+    // The value as written, and what it stands for when it is a name.
+    std::string shown(value_text);
+    uint64_t value = 0;
+    if (IsNameStart(value_text.front())) {
+      if (!names_) {
+        return Fail(line,
+                    "no enumerant names are known here, found " + shown + " for " + leaf.path);
+      }
+      NamedValue named = names_(value_text);
+      if (!named.value.has_value())
+        return Fail(line, leaf.path + " = " + shown + ": " + named.error);
+      value = *named.value;
+      shown += " = " + std::to_string(value);
+    } else if (value_text.front() == '-') {
+      return Fail(line, "value " + shown + " of " + leaf.path +
+                            " is negative; fields hold unsigned numbers");
+    } else {
+      bool overflow = false;
+      const std::optional<uint64_t> number = ParseNumber(value_text, overflow);
+      if (overflow) {
+        return Fail(line, "value " + shown + " does not fit in " + std::to_string(leaf.width) +
+                              " bits of " + leaf.path);
+      }
+      if (!number.has_value()) {
+        return Fail(line, "value " + shown + " of " + leaf.path +
+                              " is neither a number (decimal or 0x hexadecimal) nor an enumerant "
+                              "name");
+      }
+      value = *number;
+    }
+    if (value > MaxValue(leaf.width)) {
+      return Fail(line, "value " + shown + " does not fit in " + std::to_string(leaf.width) +
+                            " bits of " + leaf.path);
+    }
+
+    if (first_line_[*leaf_index] != 0) {
+      return Fail(line, "duplicate assignment to " + leaf.path + " (first assigned on line " +
+                            std::to_string(first_line_[*leaf_index]) + ")");
+    }
+    first_line_[*leaf_index] = line;
+    result_.values[*leaf_index] = value;
+  }
+
+  bool GaveUp() const { return gave_up_; }
+
+  SparseResult Finish() {
+    if (!result_.ok()) result_.values.assign(layout_.leaves().size(), 0);
+    return std::move(result_);
+  }
+
+  void Fail(size_t line, std::string message) {
+    if (gave_up_) return;
+    if (result_.errors.size() >= max_errors_) {
+      result_.errors.push_back({line, 0, "too many errors; stopping here"});
+      gave_up_ = true;
+      return;
+    }
+    result_.errors.push_back({line, 0, std::move(message)});
+  }
+
+ private:
+  const Layout& layout_;
+  const NameResolver& names_;
+  size_t max_errors_;
+  SparseResult result_;
+  std::vector<size_t> first_line_;  // per leaf: the line that assigned it, 0 if none yet
+  bool gave_up_ = false;
+};
+
+}  // namespace
+
+SparseResult ReadSparse(std::string_view text, const Layout& layout, const NameResolver& names,
+                        size_t max_errors) noexcept {
+  size_t line = 0;
+  try {
+    Reader reader(layout, names, max_errors);
+    while (!reader.GaveUp()) {
+      ++line;
+      const size_t end = text.find('\n');
+      reader.ReadLine(line, text.substr(0, end));
+      if (end == std::string_view::npos) break;
+      text.remove_prefix(end + 1);
+    }
+    return reader.Finish();
+  } catch (const std::exception& e) {
+    SparseResult failed;
+    failed.errors.push_back({line, 0, std::string("cannot read the listing: ") + e.what()});
+    return failed;
+  } catch (...) {
+    SparseResult failed;
+    failed.errors.push_back({line, 0, "cannot read the listing"});
+    return failed;
+  }
+}
+
+std::string Hex(uint64_t value) {
+  static constexpr char kDigits[] = "0123456789abcdef";
+  char buffer[16];
+  size_t n = 0;
+  do {
+    buffer[n++] = kDigits[value & 15];
+    value >>= 4;
+  } while (value != 0);
+  std::string out = "0x";
+  while (n > 0) out += buffer[--n];
+  return out;
+}
+
+std::string WriteSparse(const Layout& layout, const std::vector<uint64_t>& values,
+                        const std::vector<std::string>& header, bool all) {
+  std::string out;
+  for (const std::string& line : header) out += "# " + line + "\n";
+  const std::vector<Leaf>& leaves = layout.leaves();
+  for (size_t i = 0; i < leaves.size() && i < values.size(); ++i) {
+    if (values[i] == 0 && !all) continue;
+    out += leaves[i].path;
+    out += " = ";
+    out += Hex(values[i]);
+    out += "\n";
+  }
+  return out;
+}
+
+}  // namespace archspec
