@@ -78,16 +78,4 @@ BitsResult ReadBitBytes(std::string_view bytes, size_t expected_bits, std::strin
   return result;
 }
 
-bool LooksLikeBitText(std::string_view text) {
-  bool any = false;
-  for (char c : text) {
-    if (c == '0' || c == '1') {
-      any = true;
-    } else if (!IsLayout(c)) {
-      return false;
-    }
-  }
-  return any;
-}
-
 }  // namespace archspec

@@ -27,8 +27,4 @@ BitsResult ReadBitText(std::string_view text, size_t expected_bits, std::string_
 // Reads the packed form: exactly ceil(expected_bits / 8) bytes, padding bits 0.
 BitsResult ReadBitBytes(std::string_view bytes, size_t expected_bits, std::string_view what);
 
-// True if `text` looks like the text form (only '0', '1' and blanks, and at least one bit), as
-// opposed to a sparse listing.
-bool LooksLikeBitText(std::string_view text);
-
 }  // namespace archspec

@@ -1,0 +1,251 @@
+// The sparse listing and the bit-string readers, on small hand-made layouts: what they accept,
+// the canonical form they write, and the words of every refusal.
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "BitText.h"
+#include "Layout.h"
+#include "Nearest.h"
+#include "Sparse.h"
+
+namespace archspec {
+namespace {
+
+// A record of 5 + 6 + 3x1 + 64 + 2 = 80 bits, laid out as the library lays out arrays: the
+// highest element first.
+Layout SmallLayout() {
+  std::vector<Leaf> leaves = {
+      {"stage_opcode", 0, 5, 0, std::nullopt}, {"lanes[0][1].sel", 5, 6, 1, std::nullopt},
+      {"mask[2]", 11, 1, 2, std::nullopt},     {"mask[1]", 12, 1, 3, std::nullopt},
+      {"mask[0]", 13, 1, 4, std::nullopt},     {"base", 14, 64, 5, 6},
+      {"tail", 78, 2, 7, std::nullopt},
+  };
+  return Layout("small_struct", 80, std::move(leaves));
+}
+
+NamedValue Names(std::string_view name) {
+  if (name == "op_add") return {3, ""};
+  if (name == "op_wide") return {64, ""};
+  return {std::nullopt, "no enumerant named " + std::string(name)};
+}
+
+std::string Errors(const SparseResult& result) {
+  std::string out;
+  for (const Diagnostic& d : result.errors) out += FormatDiagnostic("t.sparse", d) + "\n";
+  return out;
+}
+
+TEST(SparseRead, TakesAssignmentsInAnyOrderWithCommentsAndBlankLines) {
+  const Layout layout = SmallLayout();
+  const SparseResult result = ReadSparse(
+      "# a program\n"
+      "\n"
+      "tail = 2   # last leaf\n"
+      "  base=0xFFFFFFFFFFFFFFFF\n"
+      "mask[1] = 1\r\n"
+      "stage_opcode = op_add\n"
+      "lanes[0][1].sel = 0x2a",
+      layout, Names);
+  ASSERT_TRUE(result.ok()) << Errors(result);
+  EXPECT_EQ(result.values, (std::vector<uint64_t>{3, 42, 0, 1, 0, ~uint64_t{0}, 2}));
+}
+
+TEST(SparseRead, EmptyTextIsTheZeroConfiguration) {
+  const Layout layout = SmallLayout();
+  const SparseResult result = ReadSparse("# nothing set\n\n", layout, Names);
+  ASSERT_TRUE(result.ok());
+  EXPECT_EQ(result.values, std::vector<uint64_t>(7, 0));
+}
+
+TEST(SparseWrite, IsCanonicalAndReadsBack) {
+  const Layout layout = SmallLayout();
+  const std::vector<uint64_t> values = {3, 0, 1, 0, 1, 0x123456789abcdef0, 0};
+  const std::string text = WriteSparse(layout, values, {"small_struct of test"});
+  EXPECT_EQ(text,
+            "# small_struct of test\n"
+            "stage_opcode = 0x3\n"
+            "mask[2] = 0x1\n"
+            "mask[0] = 0x1\n"
+            "base = 0x123456789abcdef0\n");
+  const SparseResult back = ReadSparse(text, layout, Names);
+  ASSERT_TRUE(back.ok()) << Errors(back);
+  EXPECT_EQ(back.values, values);
+  // Two spellings of one configuration give one listing.
+  const SparseResult other =
+      ReadSparse("base = 1311768467463790320\nmask[0]=1\nmask[2] = 0x01\nstage_opcode = op_add\n",
+                 layout, Names);
+  ASSERT_TRUE(other.ok()) << Errors(other);
+  EXPECT_EQ(WriteSparse(layout, other.values, {"small_struct of test"}), text);
+}
+
+TEST(SparseWrite, AllListsZeroLeavesToo) {
+  const Layout layout = SmallLayout();
+  const std::string text = WriteSparse(layout, std::vector<uint64_t>(7, 0), {}, true);
+  EXPECT_EQ(text.find("stage_opcode = 0x0\n"), 0u);
+  EXPECT_NE(text.find("tail = 0x0\n"), std::string::npos);
+}
+
+struct BadLine {
+  const char* text;
+  const char* message;  // the whole diagnostic, file and line included
+};
+
+class SparseRefusal : public testing::TestWithParam<BadLine> {};
+
+TEST_P(SparseRefusal, NamesTheLineAndTheFault) {
+  const Layout layout = SmallLayout();
+  const SparseResult result = ReadSparse(GetParam().text, layout, Names);
+  ASSERT_EQ(result.errors.size(), 1u) << Errors(result);
+  EXPECT_EQ(FormatDiagnostic("t.sparse", result.errors[0]), GetParam().message);
+  EXPECT_EQ(result.values, std::vector<uint64_t>(7, 0)) << "a refused listing yields nothing";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Faults, SparseRefusal,
+    testing::Values(
+        BadLine{"tail = 1\nstage_opcode = 32\n",
+                "t.sparse:2: error: value 32 does not fit in 5 bits of stage_opcode"},
+        BadLine{"stage_opcode = 0x20",
+                "t.sparse:1: error: value 0x20 does not fit in 5 bits of stage_opcode"},
+        BadLine{"lanes[0][1].sel = op_wide",
+                "t.sparse:1: error: value op_wide = 64 does not fit in 6 bits of lanes[0][1].sel"},
+        BadLine{"base = 18446744073709551616",
+                "t.sparse:1: error: value 18446744073709551616 does not fit in 64 bits of base"},
+        BadLine{"\n\nstage_opcde = 1",
+                "t.sparse:3: error: unknown path stage_opcde in small_struct; did you mean "
+                "stage_opcode?"},
+        BadLine{"mask[3] = 1",
+                "t.sparse:1: error: unknown path mask[3] in small_struct; did you mean mask[2]?"},
+        BadLine{"completely_different_name = 1",
+                "t.sparse:1: error: unknown path completely_different_name in small_struct"},
+        BadLine{"mask[0] = 1\n# again\nmask[0] = 1\n",
+                "t.sparse:3: error: duplicate assignment to mask[0] (first assigned on line 1)"},
+        BadLine{"tail = op_sub", "t.sparse:1: error: tail = op_sub: no enumerant named op_sub"},
+        BadLine{"tail = 2 3", "t.sparse:1: error: unexpected text after the value of tail: '2 3'"},
+        BadLine{"tail = 1 = 2",
+                "t.sparse:1: error: unexpected text after the value of tail: '1 = 2'"},
+        BadLine{"tail = -1",
+                "t.sparse:1: error: value -1 of tail is negative; fields hold unsigned numbers"},
+        BadLine{"tail = 0x",
+                "t.sparse:1: error: value 0x of tail is neither a number (decimal or 0x "
+                "hexadecimal) nor an enumerant name"},
+        BadLine{"tail = 12ab",
+                "t.sparse:1: error: value 12ab of tail is neither a number (decimal or 0x "
+                "hexadecimal) nor an enumerant name"},
+        BadLine{"tail 1", "t.sparse:1: error: expected 'path = value', found 'tail 1'"},
+        BadLine{"= 1", "t.sparse:1: error: missing the path before '='"},
+        BadLine{"tail =  # to do", "t.sparse:1: error: missing the value after '=' for tail"}));
+
+TEST(SparseRead, ReportsEveryFaultUpToTheLimit) {
+  const Layout layout = SmallLayout();
+  std::string text;
+  for (int i = 0; i < 30; ++i) text += "nowhere = 1\n";
+  const SparseResult result = ReadSparse(text, layout, Names, 5);
+  ASSERT_EQ(result.errors.size(), 6u);
+  EXPECT_EQ(result.errors[4].line, 5u);
+  EXPECT_EQ(result.errors[5].message, "too many errors; stopping here");
+}
+
+TEST(SparseRead, WithoutResolverRefusesNames) {
+  const Layout layout = SmallLayout();
+  const SparseResult result = ReadSparse("tail = op_add", layout, nullptr);
+  ASSERT_EQ(result.errors.size(), 1u);
+  EXPECT_EQ(result.errors[0].message, "no enumerant names are known here, found op_add for tail");
+}
+
+TEST(SparseRead, AResolverThatThrowsBecomesAnError) {
+  const Layout layout = SmallLayout();
+  const NameResolver throwing = [](std::string_view) -> NamedValue {
+    throw std::runtime_error("lookup failed");
+  };
+  const SparseResult result = ReadSparse("tail = 1\nbase = op_add\n", layout, throwing);
+  ASSERT_EQ(result.errors.size(), 1u);
+  EXPECT_EQ(result.errors[0].line, 2u);
+  EXPECT_EQ(result.errors[0].message, "cannot read the listing: lookup failed");
+}
+
+TEST(SparseRead, SurvivesArbitraryBytes) {
+  const Layout layout = SmallLayout();
+  std::string text;
+  for (int i = 0; i < 4096; ++i) text += static_cast<char>((i * 7919) % 256);
+  const SparseResult result = ReadSparse(text, layout, Names);
+  EXPECT_FALSE(result.ok());
+}
+
+TEST(Hex, IsLowerCaseWithoutPadding) {
+  EXPECT_EQ(Hex(0), "0x0");
+  EXPECT_EQ(Hex(0xABC), "0xabc");
+  EXPECT_EQ(Hex(~uint64_t{0}), "0xffffffffffffffff");
+}
+
+TEST(LayoutLookup, FindsTheLeafOfEveryBitAndNoneOutside) {
+  const Layout layout = SmallLayout();
+  for (uint32_t bit = 0; bit < layout.bits(); ++bit) {
+    const std::optional<size_t> index = layout.LeafAtBit(bit);
+    ASSERT_TRUE(index.has_value()) << bit;
+    const Leaf& leaf = layout.leaves()[*index];
+    EXPECT_LE(leaf.offset, bit);
+    EXPECT_LT(bit, leaf.offset + leaf.width);
+  }
+  EXPECT_FALSE(layout.LeafAtBit(80).has_value());
+  EXPECT_EQ(Registers(layout.leaves()[5]), "5-6");
+}
+
+TEST(Nearest, PrefersTheSmallestEditAndDropsFarGuesses) {
+  EXPECT_EQ(EditDistance("kitten", "sitting"), 3u);
+  NearestName nearest("stage_opcod");
+  nearest.Offer("stage_opA_src");
+  nearest.Offer("stage_opcode");
+  EXPECT_EQ(nearest.Best(), "stage_opcode");
+  NearestName far("xyz");
+  far.Offer("stage_opcode");
+  EXPECT_EQ(far.Best(), "");
+}
+
+TEST(BitText, SkipsLineBreaksAndBlanks) {
+  const BitsResult result = ReadBitText("0101\n 10\t1\r\n", 7, "r");
+  ASSERT_TRUE(result.ok());
+  EXPECT_EQ(result.bits, "0101101");
+}
+
+TEST(BitText, NamesLineColumnAndBitOfABadCharacter) {
+  const BitsResult result = ReadBitText("0101\n10x1\n", 8, "r of t");
+  ASSERT_EQ(result.errors.size(), 1u);
+  EXPECT_EQ(FormatDiagnostic("c.bits", result.errors[0]),
+            "c.bits:2:3: error: character 'x' at bit 6 is not '0' or '1'");
+  const BitsResult binary = ReadBitText(std::string("01\0", 3), 3, "r of t");
+  ASSERT_EQ(binary.errors.size(), 1u);
+  EXPECT_EQ(binary.errors[0].message,
+            "byte 0x00 at bit 2 is not '0' or '1' (a file of packed bytes needs --bytes)");
+}
+
+TEST(BitText, RefusesAWrongLength) {
+  const BitsResult result = ReadBitText("0101\n", 9, "r of t");
+  ASSERT_EQ(result.errors.size(), 1u);
+  EXPECT_EQ(FormatDiagnostic("c.bits", result.errors[0]),
+            "c.bits: error: 4 bits, but r of t has 9");
+}
+
+TEST(BitBytes, UnpacksMostSignificantFirstAndDropsPadding) {
+  const BitsResult result = ReadBitBytes(std::string("\xA5\x80", 2), 9, "r");
+  ASSERT_TRUE(result.ok());
+  EXPECT_EQ(result.bits, "101001011");
+}
+
+TEST(BitBytes, RefusesAWrongSizeAndSetPadding) {
+  const BitsResult size = ReadBitBytes(std::string("\xA5", 1), 9, "r of t");
+  ASSERT_EQ(size.errors.size(), 1u);
+  EXPECT_EQ(size.errors[0].message,
+            "1 bytes, but r of t takes 2 (9 bits, the last byte padded with 7 zero bits)");
+  const BitsResult padding = ReadBitBytes(std::string("\xA5\x81", 2), 9, "r of t");
+  ASSERT_EQ(padding.errors.size(), 1u);
+  EXPECT_EQ(padding.errors[0].message,
+            "padding bit 15 in the last byte (byte 1) is 1; r of t ends at bit 8 and padding "
+            "must be 0");
+}
+
+}  // namespace
+}  // namespace archspec
