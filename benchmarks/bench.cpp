@@ -15,44 +15,13 @@
 
 #include "compiler/arch_spec/ArchSpec.h"
 #include "compiler/arch_spec/gen/ArchConstants.h"
-#include "compiler/arch_spec/gen/KoConfig.h"
-#include "compiler/arch_spec/gen/RyConfig.h"
-#include "compiler/arch_spec/gen/RyeConfig.h"
+#include "tests/support/RecordCatalog.h"
 
 namespace {
 
 using namespace zu::spec;
 
-struct Tile {
-  std::string label;  // "rye/AGCU_Config_struct"
-  size_t bits;
-  std::function<std::unique_ptr<BaseConstruct>()> make;
-};
-
-std::vector<Tile> Tiles() {
-  std::vector<Tile> tiles;
-#define ZU_SPEC_RECORD_ENTRY(Class, Bits, Fields, Ids, Top) \
-  if (Top)                                                  \
-    tiles.push_back(                                        \
-        {std::string(kNs) + "/" #Class, Bits, [] { return std::make_unique<Ns::Class>(); }});
-  {
-    namespace Ns = ko;
-    constexpr const char* kNs = "ko";
-#include "compiler/arch_spec/gen/KoRecords.inc"
-  }
-  {
-    namespace Ns = ry;
-    constexpr const char* kNs = "ry";
-#include "compiler/arch_spec/gen/RyRecords.inc"
-  }
-  {
-    namespace Ns = rye;
-    constexpr const char* kNs = "rye";
-#include "compiler/arch_spec/gen/RyeRecords.inc"
-  }
-#undef ZU_SPEC_RECORD_ENTRY
-  return tiles;
-}
+using catalog::RecordClass;
 
 std::string RandomBits(size_t n) {
   std::mt19937_64 random(n);
@@ -93,17 +62,17 @@ void Report(benchmark::State& state, size_t bits, double baseline) {
       baseline, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 
-void RegisterTile(const Tile& tile) {
+void RegisterTile(const RecordClass& tile) {
   const auto bits = std::make_shared<std::string>(RandomBits(tile.bits));
   const double baseline = BaselineSeconds(*bits);
   const auto make = tile.make;
   const size_t n = tile.bits;
 
-  benchmark::RegisterBenchmark((tile.label + "/Baseline").c_str(), [=](benchmark::State& state) {
+  benchmark::RegisterBenchmark((tile.label() + "/Baseline").c_str(), [=](benchmark::State& state) {
     for (auto _ : state) benchmark::DoNotOptimize(CountOnes(*bits));
     Report(state, n, baseline);
   });
-  benchmark::RegisterBenchmark((tile.label + "/Parse").c_str(), [=](benchmark::State& state) {
+  benchmark::RegisterBenchmark((tile.label() + "/Parse").c_str(), [=](benchmark::State& state) {
     auto record = make();
     for (auto _ : state) {
       size_t position = 0;
@@ -112,7 +81,7 @@ void RegisterTile(const Tile& tile) {
     }
     Report(state, n, baseline);
   });
-  benchmark::RegisterBenchmark((tile.label + "/Build").c_str(), [=](benchmark::State& state) {
+  benchmark::RegisterBenchmark((tile.label() + "/Build").c_str(), [=](benchmark::State& state) {
     auto record = make();
     size_t position = 0;
     record->Parse(*bits, &position);
@@ -124,7 +93,7 @@ void RegisterTile(const Tile& tile) {
     }
     Report(state, n, baseline);
   });
-  benchmark::RegisterBenchmark((tile.label + "/BuildToBytes").c_str(),
+  benchmark::RegisterBenchmark((tile.label() + "/BuildToBytes").c_str(),
                                [=](benchmark::State& state) {
                                  auto record = make();
                                  size_t position = 0;
@@ -137,22 +106,23 @@ void RegisterTile(const Tile& tile) {
                                  }
                                  Report(state, n, baseline);
                                });
-  benchmark::RegisterBenchmark((tile.label + "/Bytes2Bits").c_str(), [=](benchmark::State& state) {
-    auto record = make();
-    size_t position = 0;
-    record->Parse(*bits, &position);
-    ConfigBuilder builder;
-    record->Build(builder);
-    builder.advance(static_cast<int64_t>((8 - n % 8) % 8));
-    const std::vector<uint8_t> bytes = builder.to_bytes();
-    for (auto _ : state) {
-      std::string text;
-      bytes2bits(bytes, &text);
-      benchmark::DoNotOptimize(text.data());
-    }
-    Report(state, n, baseline);
-  });
-  benchmark::RegisterBenchmark((tile.label + "/ToString").c_str(), [=](benchmark::State& state) {
+  benchmark::RegisterBenchmark((tile.label() + "/Bytes2Bits").c_str(),
+                               [=](benchmark::State& state) {
+                                 auto record = make();
+                                 size_t position = 0;
+                                 record->Parse(*bits, &position);
+                                 ConfigBuilder builder;
+                                 record->Build(builder);
+                                 builder.advance(static_cast<int64_t>((8 - n % 8) % 8));
+                                 const std::vector<uint8_t> bytes = builder.to_bytes();
+                                 for (auto _ : state) {
+                                   std::string text;
+                                   bytes2bits(bytes, &text);
+                                   benchmark::DoNotOptimize(text.data());
+                                 }
+                                 Report(state, n, baseline);
+                               });
+  benchmark::RegisterBenchmark((tile.label() + "/ToString").c_str(), [=](benchmark::State& state) {
     auto record = make();
     size_t position = 0;
     record->Parse(*bits, &position);
@@ -163,7 +133,7 @@ void RegisterTile(const Tile& tile) {
     }
     Report(state, n, baseline);
   });
-  benchmark::RegisterBenchmark((tile.label + "/Walk").c_str(), [=](benchmark::State& state) {
+  benchmark::RegisterBenchmark((tile.label() + "/Walk").c_str(), [=](benchmark::State& state) {
     auto record = make();
     size_t position = 0;
     record->Parse(*bits, &position);
@@ -176,7 +146,7 @@ void RegisterTile(const Tile& tile) {
     benchmark::DoNotOptimize(sum);
     Report(state, n, baseline);
   });
-  benchmark::RegisterBenchmark((tile.label + "/Register").c_str(), [=](benchmark::State& state) {
+  benchmark::RegisterBenchmark((tile.label() + "/Register").c_str(), [=](benchmark::State& state) {
     for (auto _ : state) {
       state.PauseTiming();
       BaseConstruct::external_storage_.clear();
@@ -189,7 +159,7 @@ void RegisterTile(const Tile& tile) {
     }
     Report(state, n, baseline);
   });
-  benchmark::RegisterBenchmark((tile.label + "/CollectFields").c_str(),
+  benchmark::RegisterBenchmark((tile.label() + "/CollectFields").c_str(),
                                [=](benchmark::State& state) {
                                  BaseConstruct::external_storage_.clear();
                                  auto record = make();
@@ -236,7 +206,7 @@ void Accessors() {
 
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
-  for (const Tile& tile : Tiles()) RegisterTile(tile);
+  for (const RecordClass& tile : catalog::TopLevelRecordClasses()) RegisterTile(tile);
   Accessors();
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();

@@ -1,5 +1,5 @@
-// Arbitrary text given as a generation's name: expect_parse never crashes, and always ends in one of its
-// three refusals or a selectable generation, with the error text untouched on success.
+// Arbitrary text given as a generation's name: expect_parse never crashes, and always ends in one
+// of its three refusals or a selectable generation, with the error text untouched on success.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>

@@ -1,9 +1,11 @@
 // Arbitrary input read by the top-level records.
 //
 // The first byte picks one of the twelve tile records and a mode:
-// - well formed: the other bytes, bit by bit, become a text of '0' and '1' of exactly the record's size
+// - well formed: the other bytes, bit by bit, become a text of '0' and '1' of exactly the record's
+// size
 //   (repeated or cut to fit); Parse then Build must give the same text back, and so must the bytes.
-// - raw: the other bytes are the text as they stand, of any length and any characters; Parse and Build must
+// - raw: the other bytes are the text as they stand, of any length and any characters; Parse and
+// Build must
 //   neither crash nor touch memory outside the text (a wrong value is allowed here).
 #include <cstddef>
 #include <cstdint>
@@ -13,39 +15,14 @@
 #include <string>
 #include <vector>
 
-#include "compiler/arch_spec/gen/KoConfig.h"
-#include "compiler/arch_spec/gen/RyConfig.h"
-#include "compiler/arch_spec/gen/RyeConfig.h"
+#include "tests/support/RecordCatalog.h"
 
 namespace {
 
 using namespace zu::spec;
 
-struct Tile {
-  size_t bits;
-  std::function<std::unique_ptr<BaseConstruct>()> make;
-};
-
-const std::vector<Tile>& Tiles() {
-  static const std::vector<Tile> tiles = [] {
-    std::vector<Tile> all;
-#define ZU_SPEC_RECORD_ENTRY(Class, Bits, Fields, Ids, Top) \
-  if (Top) all.push_back({Bits, [] { return std::make_unique<Ns::Class>(); }});
-    {
-      namespace Ns = ko;
-#include "compiler/arch_spec/gen/KoRecords.inc"
-    }
-    {
-      namespace Ns = ry;
-#include "compiler/arch_spec/gen/RyRecords.inc"
-    }
-    {
-      namespace Ns = rye;
-#include "compiler/arch_spec/gen/RyeRecords.inc"
-    }
-#undef ZU_SPEC_RECORD_ENTRY
-    return all;
-  }();
+const std::vector<catalog::RecordClass>& Tiles() {
+  static const std::vector<catalog::RecordClass> tiles = catalog::TopLevelRecordClasses();
   return tiles;
 }
 
@@ -59,7 +36,7 @@ std::string Text(const BaseConstruct& record) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size == 0) return 0;
-  const Tile& tile = Tiles()[data[0] % Tiles().size()];
+  const catalog::RecordClass& tile = Tiles()[data[0] % Tiles().size()];
   const bool well_formed = (data[0] / Tiles().size()) % 2 == 0;
   ++data;
   --size;

@@ -8,46 +8,13 @@
 #include <string>
 #include <vector>
 
-#include "compiler/arch_spec/gen/KoConfig.h"
-#include "compiler/arch_spec/gen/RyConfig.h"
-#include "compiler/arch_spec/gen/RyeConfig.h"
+#include "tests/support/RecordCatalog.h"
 
 namespace zu::spec {
 namespace {
 
-// One generated class, seen through what its table declares.
-struct RecordClass {
-  const char* ns;
-  const char* name;
-  size_t bits;
-  int ids;
-  bool top_level;
-  std::function<std::unique_ptr<BaseConstruct>()> make;
-};
-
-std::vector<RecordClass> AllClasses() {
-  std::vector<RecordClass> classes;
-#define ZU_SPEC_RECORD_ENTRY(Class, Bits, Fields, Ids, Top) \
-  classes.push_back(                                        \
-      {kNs, #Class, Bits, Ids, Top != 0, [] { return std::make_unique<Ns::Class>(); }});
-  {
-    namespace Ns = ko;
-    constexpr const char* kNs = "ko";
-#include "compiler/arch_spec/gen/KoRecords.inc"
-  }
-  {
-    namespace Ns = ry;
-    constexpr const char* kNs = "ry";
-#include "compiler/arch_spec/gen/RyRecords.inc"
-  }
-  {
-    namespace Ns = rye;
-    constexpr const char* kNs = "rye";
-#include "compiler/arch_spec/gen/RyeRecords.inc"
-  }
-#undef ZU_SPEC_RECORD_ENTRY
-  return classes;
-}
+using catalog::AllRecordClasses;
+using catalog::RecordClass;
 
 std::string RandomBits(size_t n, unsigned seed) {
   std::mt19937_64 random(seed);
@@ -71,8 +38,8 @@ class RecordsTest : public testing::Test {
 TEST_F(RecordsTest, EveryGenerationHasItsClasses) {
   int per_ns[3] = {0, 0, 0};
   int top_level = 0;
-  for (const RecordClass& c : AllClasses()) {
-    per_ns[std::string(c.ns) == "ko" ? 0 : std::string(c.ns) == "ry" ? 1 : 2]++;
+  for (const RecordClass& c : AllRecordClasses()) {
+    per_ns[c.ns == "ko" ? 0 : c.ns == "ry" ? 1 : 2]++;
     top_level += c.top_level;
   }
   EXPECT_EQ(per_ns[0] + per_ns[1] + per_ns[2], 180);
@@ -81,8 +48,8 @@ TEST_F(RecordsTest, EveryGenerationHasItsClasses) {
 
 TEST_F(RecordsTest, EveryClassHasItsSizeIdsAndRoundTrips) {
   unsigned seed = 1;
-  for (const RecordClass& c : AllClasses()) {
-    SCOPED_TRACE(std::string(c.ns) + "::" + c.name);
+  for (const RecordClass& c : AllRecordClasses()) {
+    SCOPED_TRACE(c.label());
     std::unique_ptr<BaseConstruct> record = c.make();
     EXPECT_EQ(record->SizeInBits(), c.bits);
     EXPECT_EQ(Built(*record), std::string(c.bits, '0'));
@@ -101,9 +68,9 @@ TEST_F(RecordsTest, EveryClassHasItsSizeIdsAndRoundTrips) {
 
 TEST_F(RecordsTest, TopLevelRecordsRoundTripThroughBytes) {
   unsigned seed = 100;
-  for (const RecordClass& c : AllClasses()) {
+  for (const RecordClass& c : AllRecordClasses()) {
     if (!c.top_level) continue;
-    SCOPED_TRACE(std::string(c.ns) + "::" + c.name);
+    SCOPED_TRACE(c.label());
     std::unique_ptr<BaseConstruct> record = c.make();
     std::string bits = RandomBits(c.bits, seed++);
     // Parse from the middle of a longer text: the position moves by exactly the record's size.
