@@ -29,7 +29,7 @@ constexpr TileNames kTiles[] = {
     {TileKind::kAgcu, "agcu", "AGCU_Config_struct"},
 };
 
-// The root record of `tile` from the records namespace NS.
+// The root record of `tile`, given the four root classes of one records namespace.
 template <class Pcu, class Pmu, class Switch, class Agcu>
 std::unique_ptr<BaseConstruct> MakeRoot(TileKind tile) {
   switch (tile) {
@@ -45,9 +45,10 @@ std::unique_ptr<BaseConstruct> MakeRoot(TileKind tile) {
   return nullptr;
 }
 
-#define ARCHSPEC_ROOTS(ns)                                                   \
-  MakeRoot<zu::spec::ns::pcu_config_struct, zu::spec::ns::pmu_config_struct, \
-           zu::spec::ns::switch_config_struct, zu::spec::ns::AGCU_Config_struct>(tile)
+// The four root classes of records namespace `ns`.
+#define ARCHSPEC_ROOT_CLASSES(ns)                                   \
+  zu::spec::ns::pcu_config_struct, zu::spec::ns::pmu_config_struct, \
+      zu::spec::ns::switch_config_struct, zu::spec::ns::AGCU_Config_struct
 
 }  // namespace
 
@@ -89,11 +90,11 @@ std::unique_ptr<TileRecord> TileRecord::Create(const ArchVersion& version, TileK
   const std::string ns = RecordNamespace(version);
   std::unique_ptr<BaseConstruct> root;
   if (ns == "ko") {
-    root = ARCHSPEC_ROOTS(ko);
+    root = MakeRoot<ARCHSPEC_ROOT_CLASSES(ko)>(tile);
   } else if (ns == "ry") {
-    root = ARCHSPEC_ROOTS(ry);
+    root = MakeRoot<ARCHSPEC_ROOT_CLASSES(ry)>(tile);
   } else if (ns == "rye") {
-    root = ARCHSPEC_ROOTS(rye);
+    root = MakeRoot<ARCHSPEC_ROOT_CLASSES(rye)>(tile);
   }
   if (root == nullptr) return nullptr;
   return std::unique_ptr<TileRecord>(
