@@ -1,5 +1,6 @@
 #include "compiler/arch_spec/ConfigBuilder.h"
 
+#include <algorithm>
 #include <tuple>
 
 #include "compiler/arch_spec/Logging.h"
@@ -33,10 +34,14 @@ void ConfigBuilder::ensure_room(int64_t nbits) const {
 std::vector<uint8_t> ConfigBuilder::to_bytes() const {
   ZU_SPEC_CHECK(cursor_ % 8 == 0, "Size must be a multiple of 8, got {}", cursor_);
   std::vector<uint8_t> bytes(static_cast<size_t>(cursor_ / 8));
-  for (size_t i = 0; i < bytes.size(); ++i) {
-    // Byte i of the little-endian words holds positions 8i..8i+7 with 8i at its low bit.
-    const auto raw = static_cast<uint8_t>(bits_[i >> 3] >> (8 * (i & 7)));
-    bytes[i] = static_cast<uint8_t>(reverse_bits(raw) >> 56);
+  // Turned around, a word holds its first position at bit 63: its bytes, from the top down, are the
+  // next eight bytes of the stream.
+  for (size_t word = 0; 8 * word < bytes.size(); ++word) {
+    const uint64_t turned = reverse_bits(bits_[word]);
+    const size_t count = std::min<size_t>(8, bytes.size() - 8 * word);
+    for (size_t j = 0; j < count; ++j) {
+      bytes[8 * word + j] = static_cast<uint8_t>(turned >> (56 - 8 * j));
+    }
   }
   return bytes;
 }
