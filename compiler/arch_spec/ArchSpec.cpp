@@ -8,6 +8,17 @@
 
 namespace zu::spec {
 
+namespace {
+
+// The description of one generation: its constants, features and constraints objects.
+template <class Constants, class Features, class Constraints>
+std::unique_ptr<ArchSpec> Describe(const ArchVersion& version) {
+  return std::make_unique<ArchSpec>(version, std::make_unique<Constants>(),
+                                    std::make_unique<Features>(), std::make_unique<Constraints>());
+}
+
+}  // namespace
+
 ArchVersion ArchSpec::version_;
 std::unique_ptr<ArchSpec> ArchSpec::arch_spec_;
 
@@ -41,37 +52,22 @@ ArchSpec* ArchSpec::get() {
     // Nothing was chosen: the autodetection path refuses, logs and exits with status 1.
     version_ = ArchVersion::parse("native");
   }
-  std::unique_ptr<ArchConstants> constants;
-  std::unique_ptr<ArchFeatures> features;
-  std::unique_ptr<ArchConstraints> constraints;
   if (version_.major == 4) {
-    constants = std::make_unique<RyeConstants>();
-    features = std::make_unique<RyeFeatures>();
-    constraints = std::make_unique<RyeConstraints>();
+    arch_spec_ = Describe<RyeConstants, RyeFeatures, RyeConstraints>(version_);
   } else if (version_.major == 3) {
-    constants = std::make_unique<RyConstants>();
-    features = std::make_unique<RyFeatures>();
-    constraints = std::make_unique<RyConstraints>();
+    arch_spec_ = Describe<RyConstants, RyFeatures, RyConstraints>(version_);
+  } else if (version_.major == 2 && version_.minor == 0) {
+    arch_spec_ = Describe<KoConstants, KoFeatures, KoConstraints>(version_);
+  } else if (version_.major == 2 && version_.minor == 1) {
+    arch_spec_ = Describe<UkoConstants, UkoFeatures, UkoConstraints>(version_);
   } else if (version_.major == 2) {
-    if (version_.minor == 0) {
-      constants = std::make_unique<KoConstants>();
-      features = std::make_unique<KoFeatures>();
-      constraints = std::make_unique<KoConstraints>();
-    } else if (version_.minor == 1) {
-      constants = std::make_unique<UkoConstants>();
-      features = std::make_unique<UkoFeatures>();
-      constraints = std::make_unique<UkoConstraints>();
-    } else {
-      return nullptr;  // no such sub-generation: nothing is built, nothing is said
-    }
+    return nullptr;  // no such sub-generation: nothing is built, nothing is said
   } else {
     const std::string version = version_.to_string();
     (*zu::log)(zu::Logger::Level::fatal)
         .message("BUG: Invalid architecture version in {}", zu::quoted(version));
     return nullptr;
   }
-  arch_spec_ = std::make_unique<ArchSpec>(version_, std::move(constants), std::move(features),
-                                          std::move(constraints));
   return arch_spec_.get();
 }
 
