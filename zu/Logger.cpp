@@ -78,8 +78,11 @@ void Logger::log_impl(Record record) const {
   std::strftime(stamp, sizeof stamp, "%Y-%m-%d %H:%M:%S", &utc);
   const char* file = record.location.file();
   if (const char* compiler = std::strstr(file, "compiler/arch_spec/")) file = compiler;
-  std::fprintf(stderr, "%s.%06lld %s %s:%u] %s\n", stamp, static_cast<long long>(micros),
-               LevelWord(record.level), file, record.location.line(), record.text.c_str());
+  // A fatal record also names the function it comes from: the last thing a reader of a crash sees.
+  const bool fatal = record.level == Level::fatal;
+  std::fprintf(stderr, "%s.%06lld %s %s:%u] %s%s%s%s\n", stamp, static_cast<long long>(micros),
+               LevelWord(record.level), file, record.location.line(), record.text.c_str(),
+               fatal ? " (in " : "", fatal ? record.location.function() : "", fatal ? ")" : "");
   if (record.level == Level::fatal) {
     std::fflush(stderr);
     std::abort();
