@@ -6,7 +6,9 @@
 namespace archspec {
 
 size_t EditDistance(std::string_view a, std::string_view b) {
-  std::vector<size_t> row(b.size() + 1);
+  // One row, kept between calls: a suggestion compares one name with thousands.
+  thread_local std::vector<size_t> row;
+  row.assign(b.size() + 1, 0);
   for (size_t j = 0; j <= b.size(); ++j) row[j] = j;
   for (size_t i = 1; i <= a.size(); ++i) {
     size_t diagonal = row[0];
@@ -21,6 +23,8 @@ size_t EditDistance(std::string_view a, std::string_view b) {
 }
 
 void NearestName::Offer(std::string_view candidate) {
+  // Nobody mistypes a name this long: such a line is not a near miss, and comparing it is costly.
+  if (target_.size() > kLongestTarget) return;
   const size_t length_gap = candidate.size() > target_.size() ? candidate.size() - target_.size()
                                                               : target_.size() - candidate.size();
   // The distance is at least the difference in length: skip what cannot beat the best so far.

@@ -18,6 +18,8 @@ class NearestName {
   std::string Best() const;
 
  private:
+  static constexpr size_t kLongestTarget = 256;
+
   std::string_view target_;
   std::string best_;
   size_t best_distance_ = 0;
