@@ -1,13 +1,16 @@
 // "Did you mean" hints: the candidate closest to a misspelt name.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
 namespace archspec {
 
-// The number of single-character insertions, deletions and substitutions that turn `a` into `b`.
-size_t EditDistance(std::string_view a, std::string_view b);
+// The number of single-character insertions, deletions and substitutions that turn `a` into `b`, or
+// `limit` + 1 as soon as it is sure to exceed `limit`.
+size_t EditDistance(std::string_view a, std::string_view b, size_t limit = SIZE_MAX);
 
 // Keeps the closest of the candidates offered to it; ties go to the first offered.
 class NearestName {
@@ -18,7 +21,8 @@ class NearestName {
   std::string Best() const;
 
  private:
-  static constexpr size_t kLongestTarget = 256;
+  // The largest distance that is still offered as a misspelling.
+  size_t Limit() const;
 
   std::string_view target_;
   std::string best_;
