@@ -7,7 +7,7 @@ if [ $# -ne 1 ]; then
   echo "usage: $0 BUILD_DIR" >&2
   exit 2
 fi
-archspec="$1/tools/archspec/archspec"
+archspec="$1/tools/cli/archspec"
 here=$(cd "$(dirname "$0")" && pwd)
 program="$here/pcu_program.sparse"
 work=$(mktemp -d)
