@@ -13,15 +13,15 @@
 #include <string>
 #include <vector>
 
+#include "RecordCatalog.h"
 #include "compiler/arch_spec/ArchSpec.h"
 #include "compiler/arch_spec/gen/ArchConstants.h"
-#include "tests/support/RecordCatalog.h"
 
 namespace {
 
 using namespace zu::spec;
 
-using catalog::RecordClass;
+using archspec::RecordClass;
 
 std::string RandomBits(size_t n) {
   std::mt19937_64 random(n);
@@ -206,7 +206,7 @@ void Accessors() {
 
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
-  for (const RecordClass& tile : catalog::TopLevelRecordClasses()) RegisterTile(tile);
+  for (const RecordClass& tile : archspec::TileRecordClasses()) RegisterTile(tile);
   Accessors();
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();

@@ -15,14 +15,14 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/RecordCatalog.h"
+#include "RecordCatalog.h"
 
 namespace {
 
 using namespace zu::spec;
 
-const std::vector<catalog::RecordClass>& Tiles() {
-  static const std::vector<catalog::RecordClass> tiles = catalog::TopLevelRecordClasses();
+const std::vector<archspec::RecordClass>& Tiles() {
+  static const std::vector<archspec::RecordClass> tiles = archspec::TileRecordClasses();
   return tiles;
 }
 
@@ -36,7 +36,7 @@ std::string Text(const BaseConstruct& record) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size == 0) return 0;
-  const catalog::RecordClass& tile = Tiles()[data[0] % Tiles().size()];
+  const archspec::RecordClass& tile = Tiles()[data[0] % Tiles().size()];
   const bool well_formed = (data[0] / Tiles().size()) % 2 == 0;
   ++data;
   --size;

@@ -18,7 +18,8 @@ namespace {
 archspec::TileRecord& Pcu() {
   static const std::unique_ptr<archspec::TileRecord> tile = [] {
     zu::spec::ArchSpec::set_arch(zu::spec::ArchVersion::v3_0_0);
-    return archspec::TileRecord::Create(zu::spec::ArchVersion::v3_0_0, archspec::TileKind::kPcu);
+    return archspec::TileRecord::Create(zu::spec::ArchVersion::v3_0_0,
+                                        *archspec::FindTileType("pcu"));
   }();
   return *tile;
 }

@@ -5,7 +5,7 @@
 
 #include "compiler/arch_spec/ArchSpec.h"
 #include "compiler/arch_spec/ArchVersion.h"
-#include "compiler/arch_spec/gen/ArchConstants.h"
+#include "compiler/arch_spec/gen/ArchGenerations.h"
 
 namespace zu::spec {
 namespace {

@@ -107,7 +107,7 @@ TEST(LoggerTest, CheckFailTextsAndLevel) {
   EXPECT_TRUE(logger.records.empty());
   zu::spec::check(false, "Unique ID not initialized");
   zu::spec::check(false, "");
-  ZU_SPEC_CHECK(false, "Size must be a multiple of 8, got {}", 7);
+  zu::spec::check(false, "Size must be a multiple of 8, got {}", 7);
   ASSERT_EQ(logger.records.size(), 3u);
   EXPECT_EQ(logger.records[0].text, "check-fail: Unique ID not initialized");
   EXPECT_EQ(logger.records[0].level, zu::Logger::Level::fatal);

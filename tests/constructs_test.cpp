@@ -8,43 +8,48 @@
 
 #include "compiler/arch_spec/ConfigBuilder.h"
 #include "compiler/arch_spec/Constructs.h"
-#include "compiler/arch_spec/RecordRules.h"
+#include "compiler/arch_spec/Record.h"
 
 namespace zu::spec::testing_records {
 
-ZU_SPEC_RECORD_GENERATION(3, 0)
+struct TestGeneration {
+  static constexpr int kMajor = 3;
+  static constexpr int kMinors[] = {0};
+};
 
 // A record of four bits, for arrays of records.
-class Nibble final : public BaseConstruct {
+class Nibble final : public Record<Nibble, TestGeneration> {
  public:
+  static constexpr size_t kSizeInBits = 4;
+  static constexpr size_t kFieldCount = 1;
+  static constexpr int kUniqueIds = 2;
   BitsInteger<4> v;
-  ZU_SPEC_RECORD(Nibble, 4)
+  template <class Self, class Visit>
+  static void Fields(Self& self, Visit&& visit) {
+    visit("v", self.v);
+  }
 };
-template <class Self, class Visit>
-void Nibble::Fields(Self& self, Visit&& visit) {
-  visit("v", self.v);
-}
-ZU_SPEC_RECORD_IMPL(Nibble)
 
 // Two leaves, a packed array, an array of records, a wide leaf.
-class Sample final : public BaseConstruct {
+class Sample final : public Record<Sample, TestGeneration> {
  public:
+  static constexpr size_t kSizeInBits = 6 + 3 + 15 + 8 + 40;
+  static constexpr size_t kFieldCount = 5;
+  static constexpr int kUniqueIds = 1 + 1 + 1 + 4 + 5 + 1;
   BitsInteger<6> a;
   BitsInteger<3> b;
   PackedArray<3, 5> packed;
   ArrayLE<2, Nibble> nibbles;
   BitsInteger<40> wide;
-  ZU_SPEC_RECORD(Sample, 6 + 3 + 15 + 8 + 40)
+  template <class Self, class Visit>
+  static void Fields(Self& self, Visit&& visit) {
+    visit("a", self.a);
+    visit("b", self.b);
+    visit("packed", self.packed);
+    visit("nibbles", self.nibbles);
+    visit("wide", self.wide);
+  }
 };
-template <class Self, class Visit>
-void Sample::Fields(Self& self, Visit&& visit) {
-  visit("a", self.a);
-  visit("b", self.b);
-  visit("packed", self.packed);
-  visit("nibbles", self.nibbles);
-  visit("wide", self.wide);
-}
-ZU_SPEC_RECORD_IMPL(Sample)
 
 }  // namespace zu::spec::testing_records
 

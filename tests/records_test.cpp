@@ -5,16 +5,23 @@
 #include <functional>
 #include <memory>
 #include <random>
+#include <set>
 #include <string>
 #include <vector>
 
-#include "tests/support/RecordCatalog.h"
+#include "RecordCatalog.h"
+#include "compiler/arch_spec/gen/GenerationTable.h"
+#include "compiler/arch_spec/gen/KoConfig.h"
+#include "compiler/arch_spec/gen/RyConfig.h"
+#include "compiler/arch_spec/gen/RyeConfig.h"
 
 namespace zu::spec {
 namespace {
 
-using catalog::AllRecordClasses;
-using catalog::RecordClass;
+using archspec::RecordClass;
+using archspec::RecordClasses;
+using zu::spec::GenerationRow;
+using zu::spec::GenerationTable;
 
 std::string RandomBits(size_t n, unsigned seed) {
   std::mt19937_64 random(seed);
@@ -35,20 +42,27 @@ class RecordsTest : public testing::Test {
   void SetUp() override { BaseConstruct::external_storage_.clear(); }
 };
 
-TEST_F(RecordsTest, EveryGenerationHasItsClasses) {
-  int per_ns[3] = {0, 0, 0};
-  int top_level = 0;
-  for (const RecordClass& c : AllRecordClasses()) {
-    per_ns[c.ns == "ko" ? 0 : c.ns == "ry" ? 1 : 2]++;
-    top_level += c.top_level;
+TEST_F(RecordsTest, EveryRecordsNamespaceHasOneRecordPerTile) {
+  std::set<std::string> namespaces;
+  for (const GenerationRow& row : GenerationTable()) {
+    if (*row.records != '\0') namespaces.insert(row.records);
   }
-  EXPECT_EQ(per_ns[0] + per_ns[1] + per_ns[2], 180);
-  EXPECT_EQ(top_level, 12);
+  std::set<std::string> tiles;
+  for (const RecordClass& c : RecordClasses()) {
+    EXPECT_EQ(namespaces.count(c.ns), 1u) << c.label();
+    if (c.top_level) tiles.insert(c.label());
+  }
+  std::set<std::string> expected;
+  for (const std::string& ns : namespaces) {
+    for (const archspec::TileType& tile : archspec::TileTypes())
+      expected.insert(ns + "/" + tile.record);
+  }
+  EXPECT_EQ(tiles, expected);
 }
 
 TEST_F(RecordsTest, EveryClassHasItsSizeIdsAndRoundTrips) {
   unsigned seed = 1;
-  for (const RecordClass& c : AllRecordClasses()) {
+  for (const RecordClass& c : RecordClasses()) {
     SCOPED_TRACE(c.label());
     std::unique_ptr<BaseConstruct> record = c.make();
     EXPECT_EQ(record->SizeInBits(), c.bits);
@@ -62,13 +76,13 @@ TEST_F(RecordsTest, EveryClassHasItsSizeIdsAndRoundTrips) {
 
     UniqueId next = 0;
     record->SetUniqueId(next);
-    EXPECT_EQ(next + 1, c.ids);
+    EXPECT_EQ(next + 1, c.unique_ids);
   }
 }
 
 TEST_F(RecordsTest, TopLevelRecordsRoundTripThroughBytes) {
   unsigned seed = 100;
-  for (const RecordClass& c : AllRecordClasses()) {
+  for (const RecordClass& c : RecordClasses()) {
     if (!c.top_level) continue;
     SCOPED_TRACE(c.label());
     std::unique_ptr<BaseConstruct> record = c.make();
@@ -111,19 +125,6 @@ TEST_F(RecordsTest, TopLevelRecordsRoundTripThroughBytes) {
     EXPECT_EQ(reg, fields.size());
     EXPECT_EQ(record->Offset(), 0);
   }
-}
-
-TEST_F(RecordsTest, IdCountsOfTheTiles) {
-  auto ids = [](BaseConstruct&& record) {
-    UniqueId next = 0;
-    record.SetUniqueId(next);
-    return next + 1;
-  };
-  EXPECT_EQ(ids(ko::pcu_config_struct()), 2557);
-  EXPECT_EQ(ids(ry::pmu_config_struct()), 6190);
-  EXPECT_EQ(ids(rye::switch_config_struct()), 914);
-  EXPECT_EQ(ids(rye::AGCU_Config_struct()), 7127);
-  EXPECT_EQ(rye::AGCU_Config_struct::kSizeInBits, 46608u);
 }
 
 // Registers the record under `name` from id 0 and returns the leaf metadata.

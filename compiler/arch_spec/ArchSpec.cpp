@@ -1,20 +1,29 @@
 #include "compiler/arch_spec/ArchSpec.h"
 
 #include <cstdlib>
-#include <tuple>
 
 #include "compiler/arch_spec/Logging.h"
 #include "compiler/arch_spec/gen/ArchConstants.h"
+#include "compiler/arch_spec/gen/GenerationTable.h"
 
 namespace zu::spec {
 
 namespace {
 
-// The description of one generation: its constants, features and constraints objects.
-template <class Constants, class Features, class Constraints>
-std::unique_ptr<ArchSpec> Describe(const ArchVersion& version) {
-  return std::make_unique<ArchSpec>(version, std::make_unique<Constants>(),
-                                    std::make_unique<Features>(), std::make_unique<Constraints>());
+// The row of the table of generations whose classes serve `version`: the row of its major, or
+// where a major has several rows with answers, the one of its minor too. Null if none serves it;
+// `major_known` tells whether any row with answers has that major.
+const GenerationRow* ServingRow(const ArchVersion& version, bool& major_known) {
+  const GenerationRow* only = nullptr;
+  int rows_of_major = 0;
+  for (const GenerationRow& row : GenerationTable()) {
+    if (!row.has_answers() || row.version.major != version.major) continue;
+    ++rows_of_major;
+    if (row.version.minor == version.minor) return &row;
+    only = &row;
+  }
+  major_known = rows_of_major > 0;
+  return rows_of_major == 1 ? only : nullptr;
 }
 
 }  // namespace
@@ -39,11 +48,9 @@ void ArchSpec::set_arch(ArchVersion version) {
   }
   const std::string requested = version.to_string();
   const std::string current = version_.to_string();
-  if (version == version_) return;
-  zu::log->check_fail(
-      "check-fail", std::tuple<>(),
-      "Can't set architecture version to {} because it is already initialized to {}",
-      std::make_tuple(zu::quoted(requested), zu::quoted(current)));
+  check(version == version_,
+        "Can't set architecture version to {} because it is already initialized to {}",
+        zu::quoted(requested), zu::quoted(current));
 }
 
 ArchSpec* ArchSpec::get() {
@@ -52,22 +59,16 @@ ArchSpec* ArchSpec::get() {
     // Nothing was chosen: the autodetection path refuses, logs and exits with status 1.
     version_ = ArchVersion::parse("native");
   }
-  if (version_.major == 4) {
-    arch_spec_ = Describe<RyeConstants, RyeFeatures, RyeConstraints>(version_);
-  } else if (version_.major == 3) {
-    arch_spec_ = Describe<RyConstants, RyFeatures, RyConstraints>(version_);
-  } else if (version_.major == 2 && version_.minor == 0) {
-    arch_spec_ = Describe<KoConstants, KoFeatures, KoConstraints>(version_);
-  } else if (version_.major == 2 && version_.minor == 1) {
-    arch_spec_ = Describe<UkoConstants, UkoFeatures, UkoConstraints>(version_);
-  } else if (version_.major == 2) {
-    return nullptr;  // no such sub-generation: nothing is built, nothing is said
-  } else {
+  bool major_known = false;
+  const GenerationRow* row = ServingRow(version_, major_known);
+  if (row != nullptr) {
+    arch_spec_ = std::make_unique<ArchSpec>(version_, row->make_constants(), row->make_features(),
+                                            row->make_constraints());
+  } else if (!major_known) {
     const std::string version = version_.to_string();
-    (*zu::log)(zu::Logger::Level::fatal)
-        .message("BUG: Invalid architecture version in {}", zu::quoted(version));
-    return nullptr;
+    fatal("BUG: Invalid architecture version in {}", zu::quoted(version));
   }
+  // A minor that no row of a known major serves: nothing is built, nothing is said.
   return arch_spec_.get();
 }
 

@@ -5,28 +5,41 @@
 #include <cstdlib>
 
 #include "compiler/arch_spec/Logging.h"
+#include "compiler/arch_spec/gen/GenerationTable.h"
 
 namespace zu::spec {
 
 constinit const ArchVersion ArchVersion::vUndefined = {0, 0, 0};
-constinit const ArchVersion ArchVersion::v2_0_0 = {2, 0, 0};
-constinit const ArchVersion ArchVersion::v2_1_0 = {2, 1, 0};
-constinit const ArchVersion ArchVersion::v3_0_0 = {3, 0, 0};
-constinit const ArchVersion ArchVersion::v4_0_0 = {4, 0, 0};
-constinit const ArchVersion ArchVersion::v5_0_0 = {5, 0, 0};
-constinit const ArchVersion ArchVersion::v6_0_0 = {6, 0, 0};
+
+namespace {
+
+// One of the four name tables, from the rows of the table of generations that have the name.
+template <class Key, class Value>
+std::map<Key, Value> NameTable(Key (*key)(const GenerationRow&),
+                               Value (*value)(const GenerationRow&),
+                               const char* GenerationRow::*name) {
+  std::map<Key, Value> table;
+  for (const GenerationRow& row : GenerationTable()) {
+    if (*(row.*name) != '\0') table.emplace(key(row), value(row));
+  }
+  return table;
+}
+
+std::string Product(const GenerationRow& row) { return row.product_name; }
+std::string Code(const GenerationRow& row) { return row.code_name; }
+ArchVersion Version(const GenerationRow& row) { return row.version; }
+
+}  // namespace
 
 // Built in this order at load, destroyed in reverse order at exit.
-const std::map<std::string, ArchVersion> ArchVersion::product_name_to_version_ = {
-    {"mk41", {2, 0, 0}}, {"mk42", {2, 1, 0}}, {"mk43", {3, 0, 0}}, {"mk44", {4, 0, 0}}};
-const std::map<std::string, ArchVersion> ArchVersion::code_name_to_version_ = {
-    {"ko", {2, 0, 0}},  {"uko", {2, 1, 0}}, {"ry", {3, 0, 0}},
-    {"rye", {4, 0, 0}}, {"vi", {5, 0, 0}},  {"oz", {6, 0, 0}}};
-const std::map<ArchVersion, std::string> ArchVersion::version_to_product_name_ = {
-    {{2, 0, 0}, "mk41"}, {{2, 1, 0}, "mk42"}, {{3, 0, 0}, "mk43"}, {{4, 0, 0}, "mk44"}};
-const std::map<ArchVersion, std::string> ArchVersion::version_to_code_name_ = {
-    {{2, 0, 0}, "ko"},  {{2, 1, 0}, "uko"}, {{3, 0, 0}, "ry"},
-    {{4, 0, 0}, "rye"}, {{5, 0, 0}, "vi"},  {{6, 0, 0}, "oz"}};
+const std::map<std::string, ArchVersion> ArchVersion::product_name_to_version_ =
+    NameTable(&Product, &Version, &GenerationRow::product_name);
+const std::map<std::string, ArchVersion> ArchVersion::code_name_to_version_ =
+    NameTable(&Code, &Version, &GenerationRow::code_name);
+const std::map<ArchVersion, std::string> ArchVersion::version_to_product_name_ =
+    NameTable(&Version, &Product, &GenerationRow::product_name);
+const std::map<ArchVersion, std::string> ArchVersion::version_to_code_name_ =
+    NameTable(&Version, &Code, &GenerationRow::code_name);
 
 ArchVersion ArchVersion::expect_parse(const std::string& name, std::string& error) {
   std::string lower;
@@ -63,7 +76,13 @@ ArchVersion ArchVersion::parse(const std::string& name) {
   return version;
 }
 
-std::set<ArchVersion> ArchVersion::supported_archs() { return {v2_0_0, v2_1_0, v3_0_0, v4_0_0}; }
+std::set<ArchVersion> ArchVersion::supported_archs() {
+  std::set<ArchVersion> supported;
+  for (const GenerationRow& row : GenerationTable()) {
+    if (row.selectable) supported.insert(row.version);
+  }
+  return supported;
+}
 
 bool ArchVersion::validate() const {
   static const std::set<ArchVersion> supported = supported_archs();

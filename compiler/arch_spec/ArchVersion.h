@@ -13,16 +13,13 @@ struct ArchVersion {
   int64_t minor = 0;
   int64_t patch = 0;
 
-  // The named generations. Constant data, valid before any static initialiser has run.
-  static const ArchVersion vUndefined;  // 0.0.0
-  static const ArchVersion v2_0_0;      // mk41, ko
-  static const ArchVersion v2_1_0;      // mk42, uko
-  static const ArchVersion v3_0_0;      // mk43, ry
-  static const ArchVersion v4_0_0;      // mk44, rye
-  static const ArchVersion v5_0_0;      // vi: printable by code name only
-  static const ArchVersion v6_0_0;      // oz: printable by code name only
+  // No version: 0.0.0.
+  static const ArchVersion vUndefined;
+  // The named generations of generations.tbl, v<major>_<minor>_<patch>. Constant data, valid
+  // before any static initialiser has run.
+#include "compiler/arch_spec/gen/ArchVersionNames.inc"
 
-  // Name tables, filled at library load.
+  // Name tables, filled at library load from the table of generations.
   static const std::map<std::string, ArchVersion> product_name_to_version_;
   static const std::map<std::string, ArchVersion> code_name_to_version_;
   static const std::map<ArchVersion, std::string> version_to_product_name_;

@@ -1,7 +1,6 @@
 #include "compiler/arch_spec/ConfigBuilder.h"
 
 #include <algorithm>
-#include <tuple>
 
 #include "compiler/arch_spec/Logging.h"
 
@@ -20,19 +19,18 @@ void ConfigBuilder::set(uint64_t value, int64_t nbits) {
 
 void ConfigBuilder::advance(int64_t nbits) {
   const int64_t position = cursor_ + nbits;
-  ZU_SPEC_CHECK(static_cast<uint64_t>(position) < static_cast<uint64_t>(kCapacityBits),
-                "Can't advance offset to illegal position {}", position);
+  check(static_cast<uint64_t>(position) < static_cast<uint64_t>(kCapacityBits),
+        "Can't advance offset to illegal position {}", position);
   cursor_ = position;
 }
 
 void ConfigBuilder::ensure_room(int64_t nbits) const {
   const int64_t end = cursor_ + nbits;
-  ZU_SPEC_CHECK(cursor_ >= 0 && end <= kCapacityBits, "Can't advance offset to illegal position {}",
-                end);
+  check(cursor_ >= 0 && end <= kCapacityBits, "Can't advance offset to illegal position {}", end);
 }
 
 std::vector<uint8_t> ConfigBuilder::to_bytes() const {
-  ZU_SPEC_CHECK(cursor_ % 8 == 0, "Size must be a multiple of 8, got {}", cursor_);
+  check(cursor_ % 8 == 0, "Size must be a multiple of 8, got {}", cursor_);
   std::vector<uint8_t> bytes(static_cast<size_t>(cursor_ / 8));
   // Turned around, a word holds its first position at bit 63: its bytes, from the top down, are the
   // next eight bytes of the stream.

@@ -1,8 +1,8 @@
 #include "compiler/arch_spec/Constructs.h"
 
+#include <algorithm>
 #include <array>
 #include <string_view>
-#include <tuple>
 
 namespace zu::spec {
 
@@ -55,23 +55,30 @@ void bytes2bits(const std::vector<uint8_t>& bytes, std::string* out) {
   for (const uint8_t b : bytes) out->append(BYTES2BITS_CACHE[b]);
 }
 
-BitReader::BitReader(const std::string& bits, size_t position, size_t count) {
-  const size_t words = (count + 63) / 64;
+uint64_t ReadCharacters(const std::string& bits, size_t position, size_t count) {
   const size_t available = position < bits.size() ? bits.size() - position : 0;
   const char* text = bits.data() + (position < bits.size() ? position : 0);
+  uint64_t word = 0;
+  if (count == 64 && available >= 64) {
+    for (int k = 0; k < 8; ++k) word = (word << 8) | PackEight(text + 8 * k);
+    return word;
+  }
+  // A short stretch, or the end of the text: pad with '0' to whole groups of eight.
+  char chunk[64];
+  std::memset(chunk, '0', sizeof chunk);
+  std::memcpy(chunk, text, std::min(available, count));
+  for (size_t k = 0; 8 * k < count; ++k) word = (word << 8) | PackEight(chunk + 8 * k);
+  const size_t spare = (8 - count % 8) % 8;  // the padding of the last group
+  return word >> spare;
+}
+
+BitReader::BitReader(const std::string& bits, size_t position, size_t count) {
+  const size_t words = (count + 63) / 64;
   for (size_t w = 0; w < words; ++w) {
-    uint64_t word = 0;
     const size_t first = 64 * w;
-    if (first + 64 <= available) {
-      for (int k = 0; k < 8; ++k) word = (word << 8) | PackEight(text + first + 8 * k);
-    } else {
-      // The last word of the text: characters past its end read as '0'.
-      char chunk[64];
-      std::memset(chunk, '0', sizeof chunk);
-      if (first < available) std::memcpy(chunk, text + first, available - first);
-      for (int k = 0; k < 8; ++k) word = (word << 8) | PackEight(chunk + 8 * k);
-    }
-    words_[w] = word;
+    const size_t n = std::min<size_t>(64, count - first);
+    // The last word holds its characters at its most significant end, as a whole word would.
+    words_[w] = ReadCharacters(bits, position + first, n) << (64 - n);
   }
   // Zero words behind the stretch keep the two-word window of take() inside initialised data.
   words_[words] = 0;
@@ -79,6 +86,99 @@ BitReader::BitReader(const std::string& bits, size_t position, size_t count) {
 }
 
 std::unordered_map<UniqueId, ExternalStorage> BaseConstruct::external_storage_;
+
+namespace {
+
+// Where the last lookup of this thread found its bucket. The table puts a key in bucket
+// hash % bucket_count (both standard libraries do, and the first lookup of every run checks it),
+// and the hash of a 16-bit id is the id itself; so the bucket of an id a little above the last one
+// follows from the last bucket by an addition, without a division. Walks in bit order look ids up
+// in rising order, nearly always one or two apart.
+struct BucketCursor {
+  size_t hash = 0;
+  size_t bucket = 0;
+  size_t buckets = 0;   // the bucket count that `bucket` was found with; 0 before any lookup
+  bool modular = true;  // whether the table's buckets are hash % bucket_count
+};
+thread_local BucketCursor bucket_cursor;
+
+// The paths kept by the metadata pass of this thread: a small cache by id of the text that stands
+// before a child's own name ("pmu.PMU_shared." for the fields of PMU_shared).
+struct PathCache {
+  struct Slot {
+    bool valid = false;
+    UniqueId id = 0;
+    std::string prefix;
+  };
+  int depth = 0;
+  Slot slots[64];
+};
+thread_local PathCache path_cache;
+
+// The entry of `id`, made empty if there is none: what every reading of a name does.
+ExternalStorage& NamedEntry(UniqueId id) {
+  ExternalStorage* entry = BaseConstruct::FindEntry(id);
+  return entry != nullptr ? *entry : BaseConstruct::external_storage_[id];
+}
+
+// The names from the root down to `id`, each non-empty one followed by ".".
+const std::string& PathPrefix(UniqueId id) {
+  PathCache::Slot& slot = path_cache.slots[static_cast<uint16_t>(id) % std::size(path_cache.slots)];
+  if (slot.valid && slot.id == id) return slot.prefix;
+  const ExternalStorage& entry = NamedEntry(id);
+  std::string prefix;
+  if (entry.parent.has_value()) prefix = PathPrefix(*entry.parent);
+  if (!entry.name.empty()) prefix.append(entry.name).push_back('.');
+  slot.valid = true;
+  slot.id = id;
+  slot.prefix = std::move(prefix);
+  return slot.prefix;
+}
+
+void AppendDecimal(std::string* out, uint64_t value) {
+  char text[20];
+  int n = 0;
+  do {
+    text[n++] = static_cast<char>('0' + value % 10);
+    value /= 10;
+  } while (value != 0);
+  while (n > 0) out->push_back(text[--n]);
+}
+
+}  // namespace
+
+namespace constructs_internal {
+
+MetadataPass::MetadataPass() : outermost_(path_cache.depth++ == 0) {}
+
+MetadataPass::~MetadataPass() {
+  if (--path_cache.depth != 0) return;
+  for (PathCache::Slot& slot : path_cache.slots) slot.valid = false;
+}
+
+}  // namespace constructs_internal
+
+ExternalStorage* BaseConstruct::FindEntry(UniqueId id) {
+  BucketCursor& cursor = bucket_cursor;
+  const size_t hash = std::hash<UniqueId>{}(id);
+  const size_t buckets = external_storage_.bucket_count();
+  size_t bucket;
+  if (cursor.modular && buckets == cursor.buckets && hash >= cursor.hash &&
+      hash - cursor.hash < buckets) {
+    bucket = cursor.bucket + (hash - cursor.hash);
+    if (bucket >= buckets) bucket -= buckets;
+  } else {
+    bucket = external_storage_.bucket(id);
+    if (bucket != hash % buckets) cursor.modular = false;
+  }
+  cursor.hash = hash;
+  cursor.bucket = bucket;
+  cursor.buckets = buckets;
+  for (auto it = external_storage_.begin(bucket); it != external_storage_.end(bucket); ++it) {
+    if (it->first == id) return &it->second;
+  }
+  return nullptr;
+}
 
 BaseConstruct::~BaseConstruct() = default;
 
@@ -93,23 +193,22 @@ UniqueId BaseConstruct::GetUniqueId() const {
 
 ExternalStorage& BaseConstruct::StoredEntry(zu::SourceLocation location) const {
   check(unique_id_.has_value(), "Unique ID not initialized", location);
-  auto [entry, inserted] = external_storage_.try_emplace(*unique_id_);
-  check(!inserted, "External storage not initialized", location);
-  return entry->second;
+  if (ExternalStorage* entry = FindEntry(*unique_id_)) return *entry;
+  // No entry: the lookup leaves an empty one behind, as a lookup of the table does, and fails.
+  ExternalStorage& made = external_storage_[*unique_id_];
+  check(false, "External storage not initialized", location);
+  return made;
 }
 
 ExternalStorage& BaseConstruct::EntryFor(zu::SourceLocation location) const {
   check(unique_id_.has_value(), "Unique ID not initialized", location);
-  return external_storage_[*unique_id_];
+  return NamedEntry(*unique_id_);
 }
 
 uint16_t BaseConstruct::OffsetImpl() const { return StoredEntry().offset; }
 
 void BaseConstruct::CheckOffset(size_t offset, zu::SourceLocation location) {
-  if (offset > max_offset) {
-    zu::log->check_fail("check-fail", std::tuple<>(), "Offset out of bounds ({} > {})",
-                        std::make_tuple(offset, max_offset), location);
-  }
+  check(offset <= max_offset, {"Offset out of bounds ({} > {})", location}, offset, max_offset);
 }
 
 UniqueId BaseConstruct::ParentId(const BaseConstruct& parent) { return parent.GetUniqueId(); }
@@ -118,33 +217,36 @@ bool BaseConstruct::RegisterRecord(const std::string& name, BaseConstruct* paren
                                    zu::SourceLocation location) {
   CheckOffset(offset, location);
   check(unique_id_.has_value(), "Unique ID not initialized", location);
-  auto [found, inserted] = external_storage_.try_emplace(*unique_id_);
-  if (!inserted) return false;  // registered before: the sub-tree is registered too
-  ExternalStorage& entry = found->second;
+  if (FindEntry(*unique_id_) != nullptr) return false;  // registered before, sub-tree included
+  ExternalStorage& entry = external_storage_[*unique_id_];
   entry.name = name;
   if (parent != nullptr) entry.parent = ParentId(*parent);
   entry.offset = static_cast<uint16_t>(offset);
   return true;
 }
 
+void BaseConstruct::RegisterArray(BaseConstruct* parent) {
+  if (!unique_id_.has_value()) return;
+  ExternalStorage& entry = NamedEntry(*unique_id_);
+  if (parent != nullptr) entry.parent = ParentId(*parent);
+}
+
 std::string BaseConstruct::Name() const {
   check(unique_id_.has_value(), "Unique ID not initialized");
-  // Collect the names from this construct up to the root. A missing entry is made empty and ends
-  // the walk.
-  std::vector<const std::string*> names;
-  const ExternalStorage* entry = &external_storage_[*unique_id_];
-  names.push_back(&entry->name);
-  while (entry->parent.has_value()) {
-    entry = &external_storage_[*entry->parent];
-    names.push_back(&entry->name);
+  const ExternalStorage& entry = NamedEntry(*unique_id_);
+  if (!entry.parent.has_value()) return entry.name;
+  if (path_cache.depth > 0) return PathPrefix(*entry.parent) + entry.name;
+  // Outside a metadata pass the table may have changed since the last call: walk the parents.
+  std::vector<const std::string*> names{&entry.name};
+  for (const ExternalStorage* up = &entry; up->parent.has_value();) {
+    up = &NamedEntry(*up->parent);
+    names.push_back(&up->name);
   }
   std::string path;
-  for (size_t i = names.size(); i-- > 0;) {
-    if (names[i]->empty()) continue;
-    path.append(*names[i]);
-    if (i != 0) path.push_back('.');
+  for (size_t i = names.size(); i-- > 1;) {
+    if (!names[i]->empty()) path.append(*names[i]).push_back('.');
   }
-  return path;
+  return path.append(entry.name);
 }
 
 void BitsIntegerBase::ToString(size_t /*indent*/, std::string* out) const { ToStringImpl(out); }
@@ -173,27 +275,18 @@ void BitsIntegerBase::SetExternalStorage(const std::string& name, BaseConstruct*
 
 uint64_t BitsIntegerBase::ParseImpl(const std::string& bits, size_t* pos) const {
   const size_t width = SizeInBits();
-  const size_t start = *pos;
-  uint64_t value = 0;
-  if (start <= bits.size() && bits.size() - start >= width) {
-    const char* text = bits.data() + start;
-    for (size_t k = 0; k < width; ++k) value = value * 2 + static_cast<uint64_t>(text[k] - '0');
-  } else {
-    for (size_t k = 0; k < width; ++k) {
-      const size_t p = start + k;
-      const char c = p < bits.size() ? bits[p] : '0';
-      value = value * 2 + static_cast<uint64_t>(c - '0');
-    }
-  }
-  *pos = start + width;
+  const uint64_t value = ReadCharacters(bits, *pos, width);
+  *pos += width;
   return value;
 }
 
 void BitsIntegerBase::ToStringImpl(std::string* out) const {
   const ExternalStorage* entry = nullptr;
   if (unique_id_.has_value()) {
-    auto [found, inserted] = external_storage_.try_emplace(*unique_id_);
-    if (!inserted) entry = &found->second;
+    entry = FindEntry(*unique_id_);
+    // A leaf that was never registered leaves an empty entry behind and prints the short form;
+    // printed again, it finds that entry.
+    if (entry == nullptr) external_storage_.try_emplace(*unique_id_);
   }
   if (entry == nullptr) {
     out->append("[0x0000]/0 0x");
@@ -201,20 +294,21 @@ void BitsIntegerBase::ToStringImpl(std::string* out) const {
     out->append("[0x");
     AppendHex(out, entry->offset, 4);
     out->push_back(':');
-    out->append(std::to_string(entry->reg_lo));
+    AppendDecimal(out, entry->reg_lo);
     if (SizeInBits() > 32 && entry->reg_hi.has_value()) {
       out->push_back('-');
-      out->append(std::to_string(*entry->reg_hi));
+      AppendDecimal(out, *entry->reg_hi);
     }
-    out->append("]/").append(std::to_string(SizeInBits())).append(" 0x");
+    out->append("]/");
+    AppendDecimal(out, SizeInBits());
+    out->append(" 0x");
   }
   AppendHex(out, ToNumber(), 1);
   out->push_back('\n');
 }
 
 void BitsIntegerBase::range_check(size_t offset, size_t size) const {
-  ZU_SPEC_CHECK(offset < size, "BitsIntegers of size {} cannot be accessed at offset {}", size,
-                offset);
+  check(offset < size, "BitsIntegers of size {} cannot be accessed at offset {}", size, offset);
 }
 
 void BitsIntegerBase::CollectFieldsImpl(std::vector<FieldMetadata>& out, bool flag,

@@ -61,10 +61,13 @@ struct ExternalStorage {
   zu::optional<uint32_t> reg_hi;  // register of the bits from 32 up; leaves above 32 bits only
 };
 
+// The one rule by which the text form of a configuration is read: up to 64 characters from
+// `position` on, the first one most significant, each counting by its low bit ('0' and '1' read as
+// themselves); positions past the end of the text read as '0'.
+uint64_t ReadCharacters(const std::string& bits, size_t position, size_t count);
+
 // Reads a stretch of the text form of a configuration as bits. The stretch is packed once, 64
-// characters to a word with the first character at the word's most significant end; the low bit of
-// each character decides its value, and positions past the end of the text read as '0'. Records
-// parse through it, so that each leaf costs a shift and a mask.
+// characters to a word by ReadCharacters, so that each leaf of a record costs a shift and a mask.
 class BitReader {
  public:
   BitReader(const std::string& bits, size_t position, size_t count);
@@ -163,6 +166,10 @@ class BaseConstruct {
   // The table of field locations of the whole process. It is never emptied.
   static std::unordered_map<UniqueId, ExternalStorage> external_storage_;
 
+  // The entry of `id`, or null if the table has none. Nothing is inserted. Lookups of rising ids,
+  // as every walk in bit order makes, cost no division.
+  static ExternalStorage* FindEntry(UniqueId id);
+
  protected:
   // The entry of this construct, which must exist: a lookup that finds none leaves an empty entry
   // and fails with "External storage not initialized".
@@ -178,6 +185,9 @@ class BaseConstruct {
   // if the entry was there already, in which case the record and its sub-tree are left as they are.
   bool RegisterRecord(const std::string& name, BaseConstruct* parent, size_t offset,
                       zu::SourceLocation location = zu::SourceLocation::current());
+  // The registration of an array: if it has an id, its entry (made if needed) takes the parent's
+  // id; an array's entry has no name and no offset of its own.
+  void RegisterArray(BaseConstruct* parent);
 
   zu::optional<UniqueId> unique_id_;
 };
@@ -209,10 +219,8 @@ class BitsIntegerBase : public BaseConstruct {
   template <class T>
   T verify_fits(T value, size_t bits,
                 zu::SourceLocation location = zu::SourceLocation::current()) const {
-    if (bits < 64 && (static_cast<uint64_t>(value) >> bits) != 0) {
-      zu::log->check_fail("check-fail", std::tuple<>(), "value will not fit in bit field",
-                          std::tuple<>(), location);
-    }
+    check(bits >= 64 || (static_cast<uint64_t>(value) >> bits) == 0,
+          "value will not fit in bit field", location);
     return value;
   }
 
@@ -228,6 +236,24 @@ class BitsIntegerBase : public BaseConstruct {
 };
 
 namespace constructs_internal {
+
+// While a metadata pass runs on this thread (a record's CollectFields, CollectPatches or ToString,
+// outermost first), the paths of the constructs above the leaves are built once each and kept, so
+// that a leaf's Name() is its parent's path and its own name. Nothing changes the table's names
+// or parents during such a pass; the kept paths are dropped when the outermost pass ends.
+class MetadataPass {
+ public:
+  MetadataPass();
+  ~MetadataPass();
+  MetadataPass(const MetadataPass&) = delete;
+  MetadataPass& operator=(const MetadataPass&) = delete;
+  // Whether this is the pass that the caller started, not one nested in it.
+  bool outermost() const { return outermost_; }
+
+ private:
+  bool outermost_;
+};
+
 template <int N>
 using LeafStorage = std::conditional_t<
     (N <= 8), uint8_t,
@@ -249,9 +275,7 @@ class BitsInteger final : public BitsIntegerBase {
   BitsInteger(const BitsInteger&) = default;
   BitsInteger& operator=(const BitsInteger&) = default;
 
-  void Parse(const std::string& bits, size_t* pos) override {
-    value_ = ParseImpl(bits, pos) & kMask;
-  }
+  void Parse(const std::string& bits, size_t* pos) override { value_ = ParseImpl(bits, pos); }
   void Build(ConfigBuilder& builder) const override {
     builder.ensure_room(N);
     builder.put(value_, N);
@@ -312,11 +336,11 @@ class PackedArrayBase : public BaseConstruct {
  public:
   using Storage = typename Unit::Type;
 
+  // Every unit is rewritten, spare bits included, so nothing of the former content remains.
   void Parse(const std::string& bits, size_t* pos) override {
-    const size_t n = GetSize();
-    std::memset(GetData(), 0, Unit::Units(n) * sizeof(Storage));
-    BitsInteger<B> element;
-    for (size_t i = n; i-- > 0;) Unit::Set(GetData(), i, element.ParseImpl(bits, pos));
+    BitReader in(bits, *pos, SizeInBits());
+    ReadElements(GetData(), GetSize(), in);
+    *pos += SizeInBits();
   }
   void Build(ConfigBuilder& builder) const override {
     builder.ensure_room(static_cast<int64_t>(GetSize()) * B);
@@ -362,7 +386,7 @@ class PackedArrayBase : public BaseConstruct {
   }
   void SetExternalStorage(const std::string& name, BaseConstruct* parent, size_t offset,
                           uint32_t& reg) override {
-    RegisterSelf(parent);
+    RegisterArray(parent);
     for (size_t i = GetSize(); i-- > 0;) {
       Element(i).SetExternalStorageImpl(ElementName(name, i), this, offset, reg);
       offset += B;
@@ -397,11 +421,6 @@ class PackedArrayBase : public BaseConstruct {
   }
   virtual std::string ElementName(const std::string& name, size_t i) const {
     return name + "[" + std::to_string(i) + "]";
-  }
-  void RegisterSelf(BaseConstruct* parent) {
-    if (!unique_id_.has_value()) return;
-    ExternalStorage& entry = external_storage_[*unique_id_];
-    if (parent != nullptr) entry.parent = ParentId(*parent);
   }
   void range_check(size_t i) const { BitsInteger<B>().range_check(i, GetSize()); }
   // The fast paths of records. The bits of a unit, read most significant first, are its elements
@@ -501,10 +520,7 @@ class ArrayLEBase : public BaseConstruct {
   }
   void SetExternalStorage(const std::string& name, BaseConstruct* parent, size_t offset,
                           uint32_t& reg) override {
-    if (unique_id_.has_value()) {
-      ExternalStorage& entry = external_storage_[*unique_id_];
-      if (parent != nullptr) entry.parent = ParentId(*parent);
-    }
+    RegisterArray(parent);
     auto [first, last] = Range();
     for (size_t i = static_cast<size_t>(last - first); i-- > 0;) {
       first[i].SetExternalStorage(name + "[" + std::to_string(i) + "]", this, offset, reg);
@@ -526,7 +542,9 @@ class ArrayLE final : public ArrayLEBase<T> {
   static constexpr size_t kSizeInBits = N * T::kSizeInBits;
 
   void Parse(const std::string& bits, size_t* pos) override {
-    for (size_t i = N; i-- > 0;) elements_[i].Parse(bits, pos);
+    BitReader in(bits, *pos, kSizeInBits);
+    ReadBits(in);
+    *pos += kSizeInBits;
   }
   void Build(ConfigBuilder& builder) const override {
     builder.ensure_room(kSizeInBits);
@@ -562,7 +580,7 @@ class ArrayLE final : public ArrayLEBase<T> {
 
  private:
   static void CheckIndex(size_t i) {
-    ZU_SPEC_CHECK(i < N, "Index {} out of range for an array of {} elements", i, N);
+    check(i < N, "Index {} out of range for an array of {} elements", i, N);
   }
 
   T elements_[N];
@@ -579,9 +597,6 @@ class ArrayLE<N, PackedArray<M, B>> final : public PackedArrayBase<B> {
   using Storage = typename Unit::Type;
   static constexpr size_t kSizeInBits = N * M * B;
 
-  void Parse(const std::string& bits, size_t* pos) override {
-    PackedArrayBase<B>::Parse(bits, pos);
-  }
   size_t SizeInBits() const override { return kSizeInBits; }
   void ToString(size_t indent, std::string* out) const override {
     out->append("[\n");
@@ -633,40 +648,3 @@ class ArrayLE<N, PackedArray<M, B>> final : public PackedArrayBase<B> {
 void bytes2bits(const std::vector<uint8_t>& bytes, std::string* out);
 
 }  // namespace zu::spec
-
-// The members that every generated record declares, last in its class body. The record's own fields
-// are listed once, in its `Fields` function; every operation below runs over that list (see
-// RecordRules.h).
-#define ZU_SPEC_RECORD(Class, Bits)                                                               \
- public:                                                                                          \
-  static constexpr size_t kSizeInBits = Bits;                                                     \
-  Class();                                                                                        \
-  Class(const Class&) = default;                                                                  \
-  Class& operator=(const Class&) = default;                                                       \
-  ~Class() override;                                                                              \
-  void Parse(const std::string& bits, size_t* position) override;                                 \
-  void Build(::zu::spec::ConfigBuilder& builder) const override;                                  \
-  size_t SizeInBits() const override { return kSizeInBits; }                                      \
-  void ToString(size_t indent, std::string* out) const override;                                  \
-  void Walk(const std::function<void(::zu::spec::BitsIntegerBase&)>& visit) override;             \
-  void Walk(const std::function<void(const ::zu::spec::BitsIntegerBase&)>& visit) const override; \
-  void CollectPatches(std::vector<::zu::spec::PatchMetadata>& patches, uint32_t id,               \
-                      ::zu::optional<uint32_t> base, ::zu::optional<uint32_t> value)              \
-      const override;                                                                             \
-  void CollectFields(std::vector<::zu::spec::FieldMetadata>& fields, bool flag, int32_t base)     \
-      const override;                                                                             \
-  void SetUniqueId(::zu::spec::UniqueId& next_id) override;                                       \
-  void SetExternalStorage(const std::string& name, ::zu::spec::BaseConstruct* parent,             \
-                          size_t offset, uint32_t& register_index) override;                      \
-  virtual bool IsSupportedVersion(int major, int minor) const;                                    \
-  void ReadBits(::zu::spec::BitReader& in);                                                       \
-  void WriteBits(::zu::spec::BitWriter& out) const;                                               \
-  template <class Self, class Visit>                                                              \
-  static void Fields(Self& self, Visit&& visit);
-
-// The chip versions that the records of one namespace describe: the major, then the minors served.
-#define ZU_SPEC_RECORD_GENERATION(Major, ...)       \
-  struct RecordGeneration {                         \
-    static constexpr int kMajor = Major;            \
-    static constexpr int kMinors[] = {__VA_ARGS__}; \
-  };

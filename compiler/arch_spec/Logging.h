@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string_view>
+#include <tuple>
 
 #include "zu/Logger.h"
 #include "zu/SourceLocation.h"
@@ -22,14 +23,29 @@ void error(std::string_view message, zu::SourceLocation location = zu::SourceLoc
 [[noreturn]] void unreachable(std::string_view message,
                               zu::SourceLocation location = zu::SourceLocation::current());
 
-}  // namespace zu::spec
+// The text of a failure and the place it is reported at: a format whose `{}` placeholders take the
+// arguments in order, and, by default, the location of the call that fails.
+struct Failure {
+  Failure(const char* format, zu::SourceLocation location = zu::SourceLocation::current())
+      : format(format), location(location) {}
+  zu::FmtString format;
+  zu::SourceLocation location;
+};
 
-// A check whose message has `{}` placeholders. The arguments are formatted only when the check
-// fails.
-#define ZU_SPEC_CHECK(condition, format, ...)                                               \
-  do {                                                                                      \
-    if (!(condition)) {                                                                     \
-      ::zu::log->check_fail("check-fail", std::tuple<>(), ::zu::FmtString(format),          \
-                            std::make_tuple(__VA_ARGS__), ::zu::SourceLocation::current()); \
-    }                                                                                       \
-  } while (false)
+// A check whose message has `{}` placeholders: "check-fail: <message>" at the fatal level, which
+// ends the process. The arguments are formatted only when the check fails.
+template <class... Args>
+void check(bool condition, Failure failure, const Args&... args) {
+  if (condition) [[likely]]
+    return;
+  zu::log->check_fail("check-fail", std::tuple<>(), failure.format,
+                      std::tuple<const Args&...>(args...), failure.location);
+}
+
+// Writes the formatted message at the fatal level, with no label, which ends the process.
+template <class... Args>
+void fatal(Failure failure, const Args&... args) {
+  (*zu::log)(zu::Logger::Level::fatal, failure.location).message(failure.format.text, args...);
+}
+
+}  // namespace zu::spec

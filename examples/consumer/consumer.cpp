@@ -4,7 +4,7 @@
 #include <string>
 
 #include "compiler/arch_spec/ArchSpec.h"
-#include "compiler/arch_spec/gen/ArchConstants.h"
+#include "compiler/arch_spec/gen/ArchGenerations.h"
 #include "compiler/arch_spec/gen/RyConfig.h"
 
 int main(int argc, char** argv) {

@@ -82,17 +82,15 @@ ArchVersion SelectArch(const std::string& name) {
   return version;
 }
 
-TileKind SelectTile(const std::string& name) {
-  const std::optional<TileKind> tile = ParseTileKind(name);
-  if (!tile.has_value()) {
-    Fail(kBadUsage, "unknown tile '" + name + "'; the tiles are pcu, pmu, switch and agcu");
-  }
+const TileType& SelectTile(const std::string& name) {
+  const TileType* tile = FindTileType(name);
+  if (tile == nullptr) Fail(kBadUsage, "unknown tile '" + name + "'; the tiles are " + TileNames());
   return *tile;
 }
 
 std::unique_ptr<TileRecord> OpenTile(const Options& options) {
   const ArchVersion version = SelectArch(options.arch);
-  const TileKind tile = SelectTile(options.tile);
+  const TileType& tile = SelectTile(options.tile);
   std::unique_ptr<TileRecord> record = TileRecord::Create(version, tile);
   if (record == nullptr) Fail(kBadUsage, GenerationLabel(version) + " has no tile records");
   return record;
@@ -167,14 +165,12 @@ json AccessorJson(const Accessor& accessor, const ArchVersion& version) {
 
 void RunArchs(const Options& options) {
   json rows = json::array();
-  for (const auto& [version, code] : ArchVersion::version_to_code_name_) {
-    const std::string product = version.to_product_name_string();
-    const std::string records = RecordNamespace(version);
-    rows.push_back({{"version", version.to_string()},
-                    {"product", product},
-                    {"code_name", code},
-                    {"records", records},
-                    {"selectable", version.validate()}});
+  for (const zu::spec::GenerationRow& row : zu::spec::GenerationTable()) {
+    rows.push_back({{"version", row.version.to_string()},
+                    {"product", row.product_name},
+                    {"code_name", row.code_name},
+                    {"records", row.records},
+                    {"selectable", row.selectable}});
   }
   if (options.json) {
     std::cout << rows.dump(2) << "\n";
@@ -338,7 +334,7 @@ void RunDecode(const Options& options) {
                         {"value", values[i]}});
     }
     const json out{{"arch", zu::spec::ArchSpec::arch().to_product_name_string()},
-                   {"tile", TileName(record->tile())},
+                   {"tile", record->tile().name},
                    {"record", record->layout().record()},
                    {"bits", record->layout().bits()},
                    {"leaves", std::move(leaves)}};

@@ -8,8 +8,8 @@ Each enumeration type of the constants interface is one block of a table:
       pcu_ctloutxbar_ne_scl_crdrtn_{0-3}  | 10 to 10 (1 of 4) | ... | 10 to 79  # inferred
 
 The heading names the type, its declared number of enumerants and optionally its kind (crossbar,
-mux, udc-select, ormask, signals). A row holds an enumerant or a pattern and one cell per generation
-in the order ko | ry | rye; uko answers as ko and has no column.
+mux, udc-select, ormask, signals). A row holds an enumerant or a pattern and one cell per column of
+generations.tbl (ko | ry | rye); a generation that answers as another has no column.
 
 Expansion of a pattern
   A brace stands for its indices: {0-7} is 0..7, {0,1,3} those listed, ascending. Every combination
@@ -28,26 +28,11 @@ Cells
   A to B (M of N)  (inferred) only M of the row's N names answer.
   -                the generation does not answer (code None).
 
-Inference, for the rows marked "# inferred" (a row with a span cell must be marked, and only such)
-  Which names answer: a directive "instances <label> ko=N ry=N rye=N" in the block gives how many
-  instances exist of the block whose brace follows the text <label> (for example "ctrchain" for
-  ..._ctrchain{0-7}); the first N indices of that brace answer. Without such a directive the first M
-  names in expansion order answer. Either way exactly M names must come out.
-  Which codes: the first answered name takes A and the last takes B. The names between are placed
-  so that no two enumerants of the type and generation share a code:
-    1. If the answered names fit one linear layout inside the span, it is used. The candidates nest
-       the braces in every order, the table's order first; the innermost brace steps by 1, each
-       further one by the extent of those inside it, and the outermost by whatever step lands the
-       last name on B. A candidate is taken only if its codes are free and the other inferred rows
-       of the type can still be placed. Like the stated "step 1/3" layouts, a nesting other than
-       the table's gives codes that do not rise in expansion order.
-    2. Otherwise the names take free codes of the span, rising in expansion order. Free codes are
-       handed out from the lowest up; each goes to the row with the nearest span end among those
-       that still need codes and whose span holds it. That places every row whenever any placement
-       exists.
-  Every code of a cell written as a span counts as inferred, its two ends included.
+Inference, for the rows marked "# inferred" (a row with a span cell must be marked, and only such):
+  see enum_inference.py. Every code of a cell written as a span counts as inferred, its two ends
+  included.
 
-Checks (each raises TableError naming the table file, line, type, row and generation)
+Checks (each a TableError naming the table file, line, type, row and generation)
   unknown or malformed cells and braces, steps that do not match the braces, a span without the
   inferred mark or a mark without a span, a name repeated within a type, an accessor name repeated
   across types, an expanded count that differs from the heading, a span end that is already the
@@ -63,25 +48,23 @@ import os
 import re
 import sys
 
-GENERATIONS = ("ko", "ry", "rye")
+import genlib
+from enum_inference import brace_follows, infer
+from genlib import TableError, table_lines
+
 
 KINDS = ("crossbar", "mux", "udc-select", "ormask", "signals")
 # Kinds whose codes each name one choice or bit: two enumerants of one generation never share one.
 SELECTION_KINDS = ("crossbar", "mux", "udc-select", "ormask")
 
 
-class TableError(Exception):
-    """A table that cannot be used.
-
-    str(e) is "<table path>:<line>: error: <type> <row>, generation <g>: <what>"; the parts that do
-    not apply (row, generation) are left out.
-    """
-
-    def __init__(self, path, line, what, type_name=None, row=None, generation=None):
-        where = " ".join(x for x in (type_name, row) if x)
-        if generation:
-            where += ", generation " + generation
-        super().__init__("%s:%d: error: %s%s" % (path, line, where + ": " if where else "", what))
+def enum_error(path, line, what, type_name=None, row=None, generation=None):
+    """A fault of an enumerant table: "<table>:<line>: error: <type> <row>, generation <g>: <what>";
+    the parts that do not apply (row, generation) are left out."""
+    where = " ".join(x for x in (type_name, row) if x)
+    if generation:
+        where += ", generation " + generation
+    return TableError(path, line, (where + ": " if where else "") + what)
 
 
 @dataclasses.dataclass(frozen=True)
@@ -92,6 +75,7 @@ class Enumerant:
     codes: dict  # {"ko": int or None, "ry": ..., "rye": ...}; None = not answered
     inferred: dict  # {"ko": bool, "ry": bool, "rye": bool}: True where that code was inferred
     source: str  # "enums_pcu.tbl:123" of the row
+    pattern: str  # the row's enumerant or pattern, e.g. "agcu_rcf_reg_agu{0,1}_vag{0-7}_max"
 
 
 @dataclasses.dataclass
@@ -103,6 +87,8 @@ class EnumType:
     line: int
     instances: dict  # brace label -> {generation: number of instances}
     rows: list
+    columns: tuple  # the generations of the table's cells, from generations.tbl
+    broken: bool = False  # a line of the type is faulty
 
 
 @dataclasses.dataclass
@@ -122,19 +108,6 @@ class _Row:
     literals: list  # the text around the braces; one more than there are braces
     braces: list  # per brace, its ascending index values
     names: list  # expansion: (name, tuple of index values)
-
-
-@dataclasses.dataclass
-class _Span:
-    row: int  # index into EnumType.rows
-    chosen: list  # positions in row.names of the names that answer
-    first: int
-    last: int
-    fail: object  # raises TableError for this row and generation
-
-    @property
-    def middles(self):
-        return max(len(self.chosen) - 2, 0)
 
 
 _ENUM_RE = re.compile(r"enum\s+(\w+)\s+(\d+)(?:\s+(\S+))?$")
@@ -212,33 +185,32 @@ def _parse_cell(text, n_names, n_braces, fail):
     fail("unknown cell '%s'" % text)
 
 
-def _parse_instances(match, fail):
+def _parse_instances(match, fail, columns):
     counts = {}
     for item in match.group(2).split():
         generation, value = item.split("=")
-        if generation not in GENERATIONS or generation in counts:
+        if generation not in columns or generation in counts:
             fail("instances %s: bad or repeated generation '%s'" % (match.group(1), generation))
         counts[generation] = int(value)
-    if set(counts) != set(GENERATIONS):
-        fail("instances %s: needs a count for each of %s"
-             % (match.group(1), " ".join(GENERATIONS)))
+    if set(counts) != set(columns):
+        fail("instances %s: needs a count for each of %s" % (match.group(1), " ".join(columns)))
     return counts
 
 
-def _parse_row(text, comment, fail):
+def _parse_row(text, comment, fail, columns):
     parts = [p.strip() for p in text.split("|")]
     pattern = parts[0]
 
     def row_fail(what, generation=None):
         fail(what, pattern, generation)
 
-    if len(parts) != 1 + len(GENERATIONS):
+    if len(parts) != 1 + len(columns):
         row_fail("expected %d cells (%s), found %d"
-                 % (len(GENERATIONS), " | ".join(GENERATIONS), len(parts) - 1))
+                 % (len(columns), " | ".join(columns), len(parts) - 1))
     literals, braces = _parse_braces(pattern, row_fail)
     names = _expand(literals, braces)
     cells = {}
-    for generation, cell_text in zip(GENERATIONS, parts[1:]):
+    for generation, cell_text in zip(columns, parts[1:]):
         cells[generation] = _parse_cell(cell_text, len(names), len(braces),
                                         lambda what, g=generation: row_fail(what, g))
     marked = comment.startswith("inferred")
@@ -250,192 +222,58 @@ def _parse_row(text, comment, fail):
     return pattern, cells, literals, braces, names
 
 
-def _parse_file(path):
-    """Read one table file into a list of EnumType."""
-    types = []
-    with open(path, encoding="utf-8") as f:
-        lines = f.read().split("\n")
-    for number, raw in enumerate(lines, start=1):
-        text, _, comment = raw.partition("#")
-        if not text.strip():
-            continue
-        current = types[-1] if types else None
-
-        def fail(what, row=None, generation=None, number=number, current=current):
-            raise TableError(path, number, what, current.name if current else None, row,
+def _parse_file(path, columns, errors):
+    """Reads one table file into a list of EnumType. A type with a faulty line is marked broken:
+    its count would only repeat the fault."""
+    types, current = [], None
+    for line in table_lines(path):
+        def fail(what, row=None, generation=None, number=line.number, current=current):
+            raise enum_error(path, number, what, current.name if current else None, row,
                              generation)
 
-        if not text[0].isspace():
-            m = _ENUM_RE.match(text.strip())
-            if not m:
-                fail("expected 'enum <type> <count> [<kind>]'")
-            name, count, kind = m.group(1), int(m.group(2)), m.group(3) or ""
-            if not name.endswith("_t"):
-                raise TableError(path, number, "type name does not end in _t", name)
-            if kind and kind not in KINDS:
-                raise TableError(path, number, "unknown kind '%s'" % kind, name)
-            types.append(EnumType(name, count, kind, path, number, {}, []))
-            continue
-        if current is None:
-            fail("row outside an enum block")
-        m = _INSTANCES_RE.match(text.strip())
-        if m:
-            current.instances[m.group(1)] = _parse_instances(m, fail)
-            continue
-        pattern, cells, literals, braces, names = _parse_row(text.strip(), comment.strip(), fail)
-        current.rows.append(_Row(pattern, cells, number, literals, braces, names))
+        with errors.collect():
+            if not line.text[0].isspace():
+                current = None
+                m = _ENUM_RE.match(line.text.strip())
+                if not m:
+                    fail("expected 'enum <type> <count> [<kind>]'")
+                name, count, kind = m.group(1), int(m.group(2)), m.group(3) or ""
+                if not name.endswith("_t"):
+                    raise enum_error(path, line.number, "type name does not end in _t", name)
+                if kind and kind not in KINDS:
+                    raise enum_error(path, line.number, "unknown kind '%s'" % kind, name)
+                current = EnumType(name, count, kind, path, line.number, {}, [], columns)
+                types.append(current)
+                continue
+            if current is None:
+                if not types:
+                    fail("row outside an enum block")
+                continue  # a row of a type whose heading failed
+            try:
+                m = _INSTANCES_RE.match(line.text.strip())
+                if m:
+                    current.instances[m.group(1)] = _parse_instances(m, fail, columns)
+                    continue
+                pattern, cells, literals, braces, names = _parse_row(line.text.strip(),
+                                                                     line.comment, fail, columns)
+                current.rows.append(_Row(pattern, cells, line.number, literals, braces, names))
+            except TableError:
+                current.broken = True
+                raise
     for enum_type in types:
         for label in enum_type.instances:
-            if not any(_brace_follows(literal, label)
+            if not any(brace_follows(literal, label)
                        for row in enum_type.rows for literal in row.literals[:-1]):
-                raise TableError(path, enum_type.line,
-                                 "instances %s: no brace follows '%s'" % (label, label),
-                                 enum_type.name)
+                enum_type.broken = True
+                errors.add(enum_error(path, enum_type.line, "instances %s: no brace follows '%s'"
+                                      % (label, label), enum_type.name))
     return types
 
 
-def _brace_follows(literal, label):
-    """True if the brace after this literal text is the block that an instances directive names."""
-    return literal == label or literal.endswith("_" + label)
-
-
-def _answered_names(enum_type, row, generation, cell, fail):
-    """Positions in row.names of the names that answer a span cell, in expansion order."""
-    if cell.answered == len(row.names):
-        return list(range(len(row.names)))
-    allowed = {}
-    for label, counts in enum_type.instances.items():
-        for i, literal in enumerate(row.literals[:-1]):
-            if _brace_follows(literal, label):
-                if counts[generation] > len(row.braces[i]):
-                    fail("instances %s: %d is more than the brace holds"
-                         % (label, counts[generation]))
-                allowed[i] = set(row.braces[i][:counts[generation]])
-    if not allowed:
-        return list(range(cell.answered))
-    chosen = [k for k, (_, combo) in enumerate(row.names)
-              if all(combo[i] in values for i, values in allowed.items())]
-    if len(chosen) != cell.answered:
-        fail("the instance counts give %d names, the cell says %d" % (len(chosen), cell.answered))
-    return chosen
-
-
-def _linear_candidates(row, span):
-    """Linear layouts of a span's names from its first to its last code, each a list of codes in
-    expansion order."""
-    combos = [row.names[k][1] for k in span.chosen]
-    used = [sorted({c[i] for c in combos}) for i in range(len(row.braces))]
-    grid = 1
-    for values in used:
-        grid *= len(values)
-    if len(combos) != grid:
-        return []  # not a full grid of indices: no single step describes it
-    axes = [i for i, values in enumerate(used) if len(values) > 1]
-    extent = {i: used[i][-1] - used[i][0] for i in axes}
-    table_order = axes[::-1]  # innermost first
-    orders = [table_order] + [list(p) for p in itertools.permutations(table_order)
-                              if list(p) != table_order]
-    candidates = []
-    for order in orders if axes else []:
-        steps, step = {}, 1
-        for i in order[:-1]:
-            steps[i] = step
-            step *= extent[i] + 1
-        outer = order[-1]
-        rest = span.last - span.first - sum(steps[i] * extent[i] for i in order[:-1])
-        if rest <= 0 or rest % extent[outer]:
-            continue
-        steps[outer] = rest // extent[outer]
-        codes = [span.first + sum(steps[i] * (c[i] - used[i][0]) for i in axes) for c in combos]
-        if len(set(codes)) == len(codes) and codes not in candidates:
-            candidates.append(codes)
-    return candidates
-
-
-def _fill(spans, taken):
-    """Hand out free codes to the middle names of the spans: lowest code first, each to the span
-    with the nearest end. Returns one list of codes per span, or None if some span stays short."""
-    need = [s.middles for s in spans]
-    placed = [[] for _ in spans]
-    if not any(need):
-        return placed
-    lo = min(s.first for s in spans if s.middles)
-    hi = max(s.last for s in spans if s.middles)
-    for code in range(lo + 1, hi):
-        if code in taken:
-            continue
-        best = None
-        for k, s in enumerate(spans):
-            if need[k] and s.first < code < s.last:
-                if best is None or (s.last, -need[k]) < (spans[best].last, -need[best]):
-                    best = k
-        if best is not None:
-            placed[best].append(code)
-            need[best] -= 1
-    return None if any(need) else placed
-
-
-def _infer(enum_type, generation, codes_of_rows):
-    """Fill in the codes of the span rows of one type and generation.
-
-    codes_of_rows maps a row index to its codes (None = not answered); the exact rows are there on
-    entry, and the span rows are added.
-    """
-    owner = {}  # code -> name, of the stated codes and the span ends
-    for r, codes in codes_of_rows.items():
-        for (name, _), code in zip(enum_type.rows[r].names, codes):
-            if code is not None:
-                owner.setdefault(code, name)
-    spans = []
-    for r, row in enumerate(enum_type.rows):
-        cell = row.cells[generation]
-        if cell.form != "span":
-            continue
-
-        def fail(what, row=row):
-            raise TableError(enum_type.path, row.line, what, enum_type.name, row.pattern,
-                             generation)
-
-        chosen = _answered_names(enum_type, row, generation, cell, fail)
-        spans.append(_Span(r, chosen, cell.value, cell.last, fail))
-        for end in sorted({cell.value, cell.last}):
-            if end in owner:
-                fail("span end %d is already the code of %s" % (end, owner[end]))
-            owner[end] = row.pattern
-    taken = set(owner)
-
-    def store(span, codes):
-        full = [None] * len(enum_type.rows[span.row].names)
-        for k, code in zip(span.chosen, codes):
-            full[k] = code
-        codes_of_rows[span.row] = full
-
-    # Linear layouts first, in table order, as long as the other spans can still be filled.
-    unplaced = []
-    for idx, span in enumerate(spans):
-        for codes in _linear_candidates(enum_type.rows[span.row], span):
-            inner = set(codes[1:-1])
-            if inner & taken or _fill(spans[idx + 1:] + unplaced, taken | inner) is None:
-                continue
-            taken |= inner
-            store(span, codes)
-            break
-        else:
-            unplaced.append(span)
-    placed = _fill(unplaced, taken)
-    if placed is None:
-        for span in unplaced:
-            if _fill([span], taken) is None:
-                span.fail("span %d..%d has no room for %d more distinct codes"
-                          % (span.first, span.last, span.middles))
-        unplaced[0].fail("the spans of this type cannot hold all their names without a clash")
-    for span, inner in zip(unplaced, placed):
-        store(span, [span.first] + inner + ([span.last] if len(span.chosen) > 1 else []))
-
-
 def _expand_type(enum_type, source_name):
+    columns = enum_type.columns
     per_generation = {}
-    for generation in GENERATIONS:
+    for generation in columns:
         codes_of_rows = {}
         for r, row in enumerate(enum_type.rows):
             cell = row.cells[generation]
@@ -448,24 +286,23 @@ def _expand_type(enum_type, source_name):
                     cell.value + sum(s * (v - b[0])
                                      for s, v, b in zip(cell.steps, combo, row.braces))
                     for _, combo in row.names]
-        _infer(enum_type, generation, codes_of_rows)
+        infer(enum_type, generation, codes_of_rows)
         per_generation[generation] = codes_of_rows
     stem = enum_type.name[:-2]
     result, seen = [], {}
     for r, row in enumerate(enum_type.rows):
         for k, (name, _) in enumerate(row.names):
             if name in seen:
-                raise TableError(enum_type.path, row.line,
+                raise enum_error(enum_type.path, row.line,
                                  "%s repeats the name of line %d" % (name, seen[name]),
                                  enum_type.name, row.pattern)
             seen[name] = row.line
-            codes = {g: per_generation[g][r][k] for g in GENERATIONS}
-            inferred = {g: row.cells[g].form == "span" and codes[g] is not None
-                        for g in GENERATIONS}
+            codes = {g: per_generation[g][r][k] for g in columns}
+            inferred = {g: row.cells[g].form == "span" and codes[g] is not None for g in columns}
             result.append(Enumerant(enum_type.name, name, stem + "_" + name, codes, inferred,
-                                    "%s:%d" % (source_name, row.line)))
+                                    "%s:%d" % (source_name, row.line), row.pattern))
     if len(result) != enum_type.count:
-        raise TableError(enum_type.path, enum_type.line,
+        raise enum_error(enum_type.path, enum_type.line,
                          "%d enumerants in the rows, %d declared" % (len(result), enum_type.count),
                          enum_type.name)
     _check_inferred_codes(enum_type, result)
@@ -473,8 +310,8 @@ def _expand_type(enum_type, source_name):
 
 
 def _check_inferred_codes(enum_type, found):
-    """No inferred code repeats a code of its type and generation; _infer makes sure of it."""
-    for generation in GENERATIONS:
+    """No inferred code repeats a code of its type and generation; infer() makes sure of it."""
+    for generation in enum_type.columns:
         owner = {}
         for e in found:
             code = e.codes[generation]
@@ -482,7 +319,7 @@ def _check_inferred_codes(enum_type, found):
                 continue
             other = owner.setdefault(code, e)
             if other is not e and (e.inferred[generation] or other.inferred[generation]):
-                raise TableError(enum_type.path, int(e.source.rsplit(":", 1)[1]),
+                raise enum_error(enum_type.path, int(e.source.rsplit(":", 1)[1]),
                                  "inferred code %d repeats that of %s" % (code, other.name),
                                  enum_type.name, e.name, generation)
 
@@ -492,81 +329,92 @@ def table_files(tables_dir):
     return sorted(glob.glob(os.path.join(tables_dir, "enums_*.tbl")))
 
 
-def load_types(tables_dir):
-    """Like load(), but with the EnumType blocks (name, count, kind, place) instead of pairs."""
+def load_types(tables_dir, columns, errors):
+    """The enumeration types (name, count, kind, place) in table order, and all their enumerants,
+    expanded, in table order. Every fault goes to `errors`."""
     files = table_files(tables_dir)
     if not files:
-        raise TableError(os.path.join(tables_dir, "enums_*.tbl"), 0, "no enumerant tables")
+        errors.add(enum_error(os.path.join(tables_dir, "enums_*.tbl"), 0, "no enumerant tables"))
     types, found = [], []
     type_seen, accessor_seen = {}, {}
     for path in files:
-        for enum_type in _parse_file(path):
-            if enum_type.name in type_seen:
-                raise TableError(path, enum_type.line,
-                                 "type already declared at %s" % type_seen[enum_type.name],
-                                 enum_type.name)
-            type_seen[enum_type.name] = "%s:%d" % (path, enum_type.line)
-            for e in _expand_type(enum_type, os.path.basename(path)):
-                if e.accessor in accessor_seen:
-                    raise TableError(path, int(e.source.rsplit(":", 1)[1]),
-                                     "accessor %s already made by %s"
-                                     % (e.accessor, accessor_seen[e.accessor]), e.type, e.name)
-                accessor_seen[e.accessor] = e.source
-                found.append(e)
-            types.append(enum_type)
+        for enum_type in _parse_file(path, columns, errors):
+            with errors.collect():
+                if enum_type.name in type_seen:
+                    raise enum_error(path, enum_type.line,
+                                     "type already declared at %s" % type_seen[enum_type.name],
+                                     enum_type.name)
+                type_seen[enum_type.name] = "%s:%d" % (path, enum_type.line)
+                types.append(enum_type)
+                if enum_type.broken:
+                    continue
+                for e in _expand_type(enum_type, os.path.basename(path)):
+                    with errors.collect():
+                        if e.accessor in accessor_seen:
+                            raise enum_error(path, int(e.source.rsplit(":", 1)[1]),
+                                             "accessor %s already made by %s"
+                                             % (e.accessor, accessor_seen[e.accessor]),
+                                             e.type, e.name)
+                        accessor_seen[e.accessor] = e.source
+                        found.append(e)
     return types, found
 
 
-def load(tables_dir):
-    """All enumeration types in table order with their declared counts, and all enumerants,
-    expanded, in table order. Checks every type's expanded count against its declared count and
-    raises TableError on any problem."""
-    types, found = load_types(tables_dir)
+def load(tables_dir, columns):
+    """The types (name, declared count) and the enumerants of the tables; raises the first
+    TableError if any table is faulty."""
+    errors = genlib.Errors()
+    types, found = load_types(tables_dir, columns, errors)
+    for e in errors:
+        raise e
     return [(t.name, t.count) for t in types], found
 
 
-def inferred_summary(enumerants):
-    """(type, generation, number of inferred codes), for the rows that have any."""
+def inferred_summary(enumerants, columns):
+    """(type, generation, number of inferred codes), for the types and generations that have any."""
     counts = {}
     for e in enumerants:
-        for generation in GENERATIONS:
+        for generation in columns:
             key = (e.type, generation)
             counts[key] = counts.get(key, 0) + e.inferred[generation]
     return [(t, g, n) for (t, g), n in counts.items() if n]
 
 
-def stated_collisions(types, enumerants):
+def stated_collisions(types, enumerants, columns):
     """(type, kind, generation, code, names) for every code that names of one type share."""
     kinds = {t.name: t.kind for t in types}
     owners = {}
-    for generation in GENERATIONS:
+    for generation in columns:
         for e in enumerants:
             if e.codes[generation] is not None:
                 owners.setdefault((e.type, generation, e.codes[generation]), []).append(e.name)
     shared = [(t, kinds[t], g, code, names)
               for (t, g, code), names in owners.items() if len(names) > 1]
-    return sorted(shared, key=lambda c: (c[0], GENERATIONS.index(c[2]), c[3]))
+    return sorted(shared, key=lambda c: (c[0], columns.index(c[2]), c[3]))
 
 
 def main(argv):
+    """Prints what the enumerant tables hold: counts, inferred codes, and codes shared by names."""
     if len(argv) != 2:
-        sys.stderr.write("usage: enumerants.py TABLES_DIR\n")
+        sys.stderr.write("usage: enumerants.py TABLES_DIR (the tables root)\n")
         return 2
-    try:
-        types, found = load_types(argv[1])
-    except TableError as e:
-        sys.stderr.write("%s\n" % e)
+    errors = genlib.Errors()
+    columns = genlib.load_generations(argv[1], errors).columns
+    types, found = load_types(os.path.join(argv[1], "constants"), columns, errors)
+    if errors:
+        for e in errors:
+            sys.stderr.write("%s\n" % e)
         return 1
     print("%d types, %d enumerants" % (len(types), len(found)))
-    for generation in GENERATIONS:
+    for generation in columns:
         answered = sum(e.codes[generation] is not None for e in found)
         print("  answered by %-4s %5d" % (generation, answered))
     print("  answered by none %5d" % sum(all(c is None for c in e.codes.values()) for e in found))
-    summary = inferred_summary(found)
+    summary = inferred_summary(found, columns)
     print("inferred codes: %d" % sum(n for _, _, n in summary))
     for type_name, generation, n in summary:
         print("  %-40s %-3s %4d" % (type_name, generation, n))
-    shared = stated_collisions(types, found)
+    shared = stated_collisions(types, found, columns)
     for title, selection in (("selection types", True), ("other types", False)):
         listed = [c for c in shared if (c[1] in SELECTION_KINDS) == selection]
         print("codes shared by several names, %s: %d" % (title, len(listed)))

@@ -8,6 +8,7 @@
 #include "Tile.h"
 #include "compiler/arch_spec/ArchSpec.h"
 #include "compiler/arch_spec/gen/ArchConstants.h"
+#include "compiler/arch_spec/gen/GenerationTable.h"
 
 namespace archspec {
 namespace {
@@ -81,18 +82,15 @@ json Answer(const T& value) {
 
 // One row per accessor of the generated index; the reader is only ever called where answered.
 const std::vector<Accessor> kAccessors = {
-#define ZU_SPEC_CONSTANT(kind, type, accessor, ko, uko, ry, rye)                        \
-  {#accessor, #type, ARCHSPEC_KIND_##kind, {ko != 0, uko != 0, ry != 0, rye != 0}, [] { \
-     return Answer(zu::spec::arch_constants()->accessor());                             \
-   }},
-#define ZU_SPEC_FEATURE(type, accessor)                                     \
-  {#accessor, #type, AccessorKind::kFeature, {true, true, true, true}, [] { \
-     return Answer(zu::spec::arch_features()->accessor());                  \
-   }},
-#define ZU_SPEC_CONSTRAINT(type, accessor)                                     \
-  {#accessor, #type, AccessorKind::kConstraint, {true, true, true, true}, [] { \
-     return Answer(zu::spec::arch_constraints()->accessor());                  \
-   }},
+#define ZU_SPEC_CONSTANT(kind, type, accessor, answered) \
+  {#accessor, #type, ARCHSPEC_KIND_##kind, answered,     \
+   [] { return Answer(zu::spec::arch_constants()->accessor()); }},
+#define ZU_SPEC_FEATURE(type, accessor)               \
+  {#accessor, #type, AccessorKind::kFeature, nullptr, \
+   [] { return Answer(zu::spec::arch_features()->accessor()); }},
+#define ZU_SPEC_CONSTRAINT(type, accessor)               \
+  {#accessor, #type, AccessorKind::kConstraint, nullptr, \
+   [] { return Answer(zu::spec::arch_constraints()->accessor()); }},
 #include "compiler/arch_spec/gen/ArchConstantsIndex.inc"
 #undef ZU_SPEC_CONSTANT
 #undef ZU_SPEC_FEATURE
@@ -109,12 +107,16 @@ const std::unordered_map<std::string_view, size_t>& Index() {
   return index;
 }
 
-// The column of the answered flags for a generation: ko, uko, ry, rye.
+// The place of a generation among those with answers, which is its character in `answered`;
+// -1 for a generation without answers.
 int Column(const zu::spec::ArchVersion& version) {
-  if (version == zu::spec::ArchVersion::v2_0_0) return 0;
-  if (version == zu::spec::ArchVersion::v2_1_0) return 1;
-  if (version == zu::spec::ArchVersion::v3_0_0) return 2;
-  if (version == zu::spec::ArchVersion::v4_0_0) return 3;
+  const zu::spec::GenerationRow* generation = FindGeneration(version);
+  int column = 0;
+  for (const zu::spec::GenerationRow& row : zu::spec::GenerationTable()) {
+    if (!row.has_answers()) continue;
+    if (&row == generation) return column;
+    ++column;
+  }
   return -1;
 }
 
@@ -156,7 +158,7 @@ bool IsAnswered(const Accessor& accessor, const zu::spec::ArchVersion& version) 
     return true;
   }
   const int column = Column(version);
-  return column >= 0 && accessor.answered[column];
+  return column >= 0 && accessor.answered[column] == '1';
 }
 
 json ReadAccessor(const Accessor& accessor) { return accessor.read(); }

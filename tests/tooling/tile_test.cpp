@@ -24,11 +24,22 @@ using zu::spec::BaseConstruct;
 
 struct TileCase {
   const char* arch;
-  TileKind tile;
+  const TileType* tile;
 };
 
 std::string CaseName(const testing::TestParamInfo<TileCase>& info) {
-  return std::string(info.param.arch) + "_" + TileName(info.param.tile);
+  return std::string(info.param.arch) + "_" + info.param.tile->name;
+}
+
+// Every tile of the first selectable generation of each records namespace.
+std::vector<TileCase> AllTileCases() {
+  std::vector<TileCase> cases;
+  std::set<std::string> namespaces;
+  for (const zu::spec::GenerationRow& row : zu::spec::GenerationTable()) {
+    if (!row.selectable || !namespaces.insert(row.records).second) continue;
+    for (const TileType& tile : TileTypes()) cases.push_back({row.product_name, &tile});
+  }
+  return cases;
 }
 
 // Each test registers one record from id 0; the table of field locations is process-wide, so it
@@ -40,7 +51,7 @@ class TileTest : public testing::TestWithParam<TileCase> {
     std::string error;
     version_ = ArchVersion::expect_parse(GetParam().arch, error);
     ASSERT_NE(version_.major, 0) << error;
-    record_ = TileRecord::Create(version_, GetParam().tile);
+    record_ = TileRecord::Create(version_, *GetParam().tile);
     ASSERT_NE(record_, nullptr);
   }
   void TearDown() override {
@@ -132,20 +143,14 @@ TEST_P(TileTest, TreeIsTheLibrarysPrintedFormOfTheRegisteredRecord) {
   EXPECT_NE(tree.find(line), std::string::npos) << line;
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    AllTiles, TileTest,
-    testing::Values(TileCase{"mk41", TileKind::kPcu}, TileCase{"mk41", TileKind::kPmu},
-                    TileCase{"mk41", TileKind::kSwitch}, TileCase{"mk41", TileKind::kAgcu},
-                    TileCase{"mk43", TileKind::kPcu}, TileCase{"mk43", TileKind::kPmu},
-                    TileCase{"mk43", TileKind::kSwitch}, TileCase{"mk43", TileKind::kAgcu},
-                    TileCase{"mk44", TileKind::kPcu}, TileCase{"mk44", TileKind::kPmu},
-                    TileCase{"mk44", TileKind::kSwitch}, TileCase{"mk44", TileKind::kAgcu}),
-    CaseName);
+INSTANTIATE_TEST_SUITE_P(AllTiles, TileTest, testing::ValuesIn(AllTileCases()), CaseName);
 
-TEST(TileNames, AcceptTheFourTilesInAnyCase) {
-  EXPECT_EQ(ParseTileKind("PCU"), TileKind::kPcu);
-  EXPECT_EQ(ParseTileKind("switch"), TileKind::kSwitch);
-  EXPECT_EQ(ParseTileKind("agu"), std::nullopt);
+TEST(TileNames, AcceptTheTilesInAnyCase) {
+  ASSERT_NE(FindTileType("PCU"), nullptr);
+  EXPECT_STREQ(FindTileType("PCU")->record, "pcu_config_struct");
+  EXPECT_STREQ(FindTileType("switch")->name, "switch");
+  EXPECT_EQ(FindTileType("agu"), nullptr);
+  EXPECT_EQ(TileNames(), "pcu, pmu, switch and agcu");
   EXPECT_EQ(GenerationLabel(ArchVersion::v2_1_0), "mk42 (uko)");
   EXPECT_EQ(RecordNamespace(ArchVersion::v2_1_0), "ko");
   EXPECT_EQ(RecordNamespace(ArchVersion::v5_0_0), "");

@@ -24,7 +24,9 @@ struct Accessor {
   const char* name;
   const char* type;  // the accessor's return type, as declared
   AccessorKind kind;
-  bool answered[4];          // constants only: answered by ko, uko, ry, rye
+  // Constants only: one character per generation with answers, in the order of the table of
+  // generations, '1' where it answers.
+  const char* answered;
   nlohmann::json (*read)();  // calls the accessor on the object of the selected generation
 };
 

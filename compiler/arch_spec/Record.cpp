@@ -1,0 +1,84 @@
+#include "compiler/arch_spec/Record.h"
+
+namespace zu::spec {
+namespace {
+
+// Room for `more` elements, growing geometrically so that records called one after the other
+// (the elements of an array) do not copy the vector each time.
+template <class T>
+void ReserveMore(std::vector<T>& v, int more) {
+  const size_t wanted = v.size() + static_cast<size_t>(more);
+  if (wanted > v.capacity()) v.reserve(std::max(wanted, 2 * v.capacity()));
+}
+
+}  // namespace
+
+void RecordBase::ToStringOf(ConstFieldList fields, size_t indent, std::string* out) {
+  out->append("{\n");
+  for (const RecordField<const BaseConstruct>& field : fields) {
+    out->append(2 * indent + 2, ' ').append(field.name).append(" = ");
+    field.construct->ToString(indent + 1, out);
+  }
+  out->append(2 * indent, ' ').append("}\n");
+}
+
+void RecordBase::WalkOf(FieldList fields, const std::function<void(BitsIntegerBase&)>& visit) {
+  for (const RecordField<BaseConstruct>& field : fields) field.construct->Walk(visit);
+}
+
+void RecordBase::WalkOf(ConstFieldList fields,
+                        const std::function<void(const BitsIntegerBase&)>& visit) {
+  for (const RecordField<const BaseConstruct>& field : fields) field.construct->Walk(visit);
+}
+
+void RecordBase::CollectPatchesOf(ConstFieldList fields, int unique_ids,
+                                  std::vector<PatchMetadata>& patches, uint32_t id,
+                                  zu::optional<uint32_t> base, zu::optional<uint32_t> value) {
+  const constructs_internal::MetadataPass pass;
+  // Every leaf takes an id and gives one or two patches: the ids are a good first guess.
+  if (pass.outermost()) ReserveMore(patches, unique_ids);
+  for (const RecordField<const BaseConstruct>& field : fields) {
+    field.construct->CollectPatches(patches, id, base, value);
+  }
+}
+
+void RecordBase::CollectFieldsOf(ConstFieldList fields, int unique_ids,
+                                 std::vector<FieldMetadata>& out, bool flag, int32_t base) {
+  const constructs_internal::MetadataPass pass;
+  if (pass.outermost()) ReserveMore(out, unique_ids);
+  for (const RecordField<const BaseConstruct>& field : fields) {
+    field.construct->CollectFields(out, flag, base);
+  }
+}
+
+void RecordBase::SetUniqueIdOf(FieldList fields, UniqueId& next_id) {
+  unique_id_ = next_id;
+  for (const RecordField<BaseConstruct>& field : fields) {
+    next_id = static_cast<UniqueId>(next_id + 1);
+    field.construct->SetUniqueId(next_id);
+  }
+}
+
+void RecordBase::SetExternalStorageOf(FieldList fields, int unique_ids, const std::string& name,
+                                      BaseConstruct* parent, size_t offset,
+                                      uint32_t& register_index) {
+  if (!RegisterRecord(name, parent, offset)) return;
+  // A whole tile registers its entries at once: make room for them first.
+  if (parent == nullptr) {
+    external_storage_.reserve(external_storage_.size() + static_cast<size_t>(unique_ids));
+  }
+  std::string field_name;
+  for (const RecordField<BaseConstruct>& field : fields) {
+    field_name.assign(field.name);
+    field.construct->SetExternalStorage(field_name, this, offset, register_index);
+    offset += field.construct->SizeInBits();
+  }
+}
+
+bool RecordBase::IsSupportedVersionOf(int records_major, const std::vector<int>& arch_minors,
+                                      int major, int minor) {
+  return major == records_major &&
+         std::find(arch_minors.begin(), arch_minors.end(), minor) != arch_minors.end();
+}
+
+}  // namespace zu::spec

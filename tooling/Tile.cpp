@@ -1,0 +1,192 @@
+#include "Tile.h"
+
+#include <algorithm>
+#include <cctype>
+#include <map>
+
+#include "compiler/arch_spec/ConfigBuilder.h"
+
+namespace archspec {
+
+using zu::spec::ArchVersion;
+using zu::spec::BaseConstruct;
+using zu::spec::BitsIntegerBase;
+using zu::spec::GenerationRow;
+
+namespace {
+
+bool SameIgnoringCase(std::string_view a, std::string_view b) {
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) {
+    return std::tolower(static_cast<unsigned char>(x)) ==
+           std::tolower(static_cast<unsigned char>(y));
+  });
+}
+
+// The record registered in the table of field locations, from `first_id` on, for as long as this
+// lives; its entries are removed again afterwards, and any that stood in the way before.
+class Registration {
+ public:
+  Registration(BaseConstruct& root, const RecordClass& record_class, zu::spec::UniqueId first_id)
+      : first_id_(first_id), count_(record_class.unique_ids) {
+    Clear();
+    zu::spec::UniqueId next = first_id;
+    root.SetUniqueId(next);
+    uint32_t reg = 0;
+    root.SetExternalStorage("", nullptr, 0, reg);
+  }
+  ~Registration() { Clear(); }
+  Registration(const Registration&) = delete;
+  Registration& operator=(const Registration&) = delete;
+
+ private:
+  void Clear() {
+    for (int i = 0; i < count_; ++i) {
+      BaseConstruct::external_storage_.erase(static_cast<zu::spec::UniqueId>(first_id_ + i));
+    }
+  }
+
+  zu::spec::UniqueId first_id_;
+  int count_;
+};
+
+// The Layout of a record class, made once per process.
+std::shared_ptr<const Layout> LayoutOf(const RecordClass& record_class, BaseConstruct& root,
+                                       zu::spec::UniqueId first_id) {
+  static std::map<const RecordClass*, std::shared_ptr<const Layout>> layouts;
+  std::shared_ptr<const Layout>& layout = layouts[&record_class];
+  if (layout != nullptr) return layout;
+  const Registration registration(root, record_class, first_id);
+  std::vector<Leaf> leaves;
+  leaves.reserve(static_cast<size_t>(record_class.unique_ids));
+  const BaseConstruct& view = root;
+  view.Walk([&leaves](const BitsIntegerBase& leaf) {
+    Leaf out;
+    out.path = leaf.Name();
+    out.offset = leaf.Offset();
+    out.width = static_cast<uint32_t>(leaf.SizeInBits());
+    out.reg_lo = leaf.RegisterLoImpl();
+    if (out.width > 32) out.reg_hi = leaf.RegisterHiImpl();
+    leaves.push_back(std::move(out));
+  });
+  layout = std::make_shared<const Layout>(
+      record_class.name, static_cast<uint32_t>(record_class.bits), std::move(leaves));
+  return layout;
+}
+
+}  // namespace
+
+const TileType* FindTileType(std::string_view name) {
+  for (const TileType& tile : TileTypes()) {
+    if (SameIgnoringCase(name, tile.name)) return &tile;
+  }
+  return nullptr;
+}
+
+std::string TileNames() {
+  std::string out;
+  const auto tiles = TileTypes();
+  for (size_t i = 0; i < tiles.size(); ++i) {
+    if (i > 0) out += i + 1 == tiles.size() ? " and " : ", ";
+    out += tiles[i].name;
+  }
+  return out;
+}
+
+const GenerationRow* FindGeneration(const ArchVersion& version) {
+  const GenerationRow* of_major = nullptr;
+  int rows_of_major = 0;
+  for (const GenerationRow& row : zu::spec::GenerationTable()) {
+    if (row.version == version) return &row;
+    if (row.version.major == version.major) {
+      of_major = &row;
+      ++rows_of_major;
+    }
+  }
+  return rows_of_major == 1 ? of_major : nullptr;
+}
+
+std::string RecordNamespace(const ArchVersion& version) {
+  const GenerationRow* row = FindGeneration(version);
+  return row == nullptr ? "" : row->records;
+}
+
+std::string GenerationLabel(const ArchVersion& version) {
+  const std::string product = version.to_product_name_string();
+  const std::string code = version.to_code_name_string();
+  if (product.empty()) return code.empty() ? version.to_string() : code;
+  return code.empty() ? product : product + " (" + code + ")";
+}
+
+const RecordClass* FindTileRecord(std::string_view ns, const TileType& tile) {
+  for (const RecordClass& c : RecordClasses()) {
+    if (c.top_level && ns == c.ns && std::string_view(tile.record) == c.name) return &c;
+  }
+  return nullptr;
+}
+
+std::unique_ptr<TileRecord> TileRecord::Create(const ArchVersion& version, const TileType& tile,
+                                               zu::spec::UniqueId first_id) {
+  const RecordClass* record_class = FindTileRecord(RecordNamespace(version), tile);
+  if (record_class == nullptr) return nullptr;
+  return std::unique_ptr<TileRecord>(
+      new TileRecord(tile, *record_class, GenerationLabel(version), first_id));
+}
+
+TileRecord::TileRecord(const TileType& tile, const RecordClass& record_class, std::string label,
+                       zu::spec::UniqueId first_id)
+    : tile_(tile),
+      class_(record_class),
+      label_(std::move(label)),
+      first_id_(first_id),
+      root_(record_class.make()),
+      layout_(LayoutOf(record_class, *root_, first_id)) {}
+
+std::string TileRecord::Describe() const { return std::string(class_.name) + " of " + label_; }
+
+std::vector<uint64_t> TileRecord::ReadBits(const std::string& bits) {
+  size_t position = 0;
+  root_->Parse(bits, &position);
+  std::vector<uint64_t> values;
+  values.reserve(layout_->leaves().size());
+  const BaseConstruct& root_view = *root_;
+  root_view.Walk([&values](const BitsIntegerBase& leaf) { values.push_back(leaf.ToNumber()); });
+  return values;
+}
+
+void TileRecord::Load(const std::vector<uint64_t>& values) {
+  size_t i = 0;
+  root_->Walk([&values, &i](BitsIntegerBase& leaf) {
+    // Values come from a checked listing or from a parsed record, so each fits its leaf; a
+    // missing one is 0.
+    const uint64_t value = i < values.size() ? values[i] : 0;
+    ++i;
+    if (value <= MaxValue(static_cast<uint32_t>(leaf.SizeInBits()))) leaf = value;
+  });
+}
+
+std::string TileRecord::WriteBits(const std::vector<uint64_t>& values) {
+  Load(values);
+  auto builder = std::make_unique<zu::spec::ConfigBuilder>();
+  root_->Build(*builder);
+  return builder->to_string();
+}
+
+std::vector<uint8_t> TileRecord::WriteBytes(const std::vector<uint64_t>& values) {
+  Load(values);
+  auto builder = std::make_unique<zu::spec::ConfigBuilder>();
+  root_->Build(*builder);
+  // Bytes need whole bytes: pad the last one with zero bits.
+  const int64_t padding = (8 - builder->cursor() % 8) % 8;
+  builder->set(0, padding);
+  return builder->to_bytes();
+}
+
+std::string TileRecord::WriteTree(const std::vector<uint64_t>& values) {
+  Load(values);
+  const Registration registration(*root_, class_, first_id_);
+  std::string out;
+  root_->ToString(0, &out);
+  return out;
+}
+
+}  // namespace archspec
