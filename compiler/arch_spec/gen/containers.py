@@ -75,14 +75,17 @@ def _column_line(path, line, current, columns):
         fail(path, line.number, current.name, column, "generation out of order",
              f"expected {', '.join(columns)}")
     cell = cells[1].strip() if len(cells) > 1 else ""
-    current.values[column] = None if cell == "-" else \
-        container_values(path, line.number, current.name, column, current.type, cell)
+    current.values[column] = None  # taken, whatever the cell holds, so that the order goes on
+    if cell != "-":
+        current.values[column] = container_values(path, line.number, current.name, column,
+                                                  current.type, cell)
 
 
 def load_containers(path, generations, errors):
     """Reads and checks containers.tbl; the faults go to `errors`."""
     columns = generations.columns
     containers, heading, current = {}, None, None
+    mark = len(errors)
     for line in table_lines(path):
         with errors.collect():
             word = line.text.split()[0]
@@ -95,6 +98,8 @@ def load_containers(path, generations, errors):
                 current = None
                 current = _block_heading(path, line, containers)
                 containers[current.name] = current
+    if errors.since(mark):
+        return containers
     with errors.collect():
         if heading is None:
             fail(path, 0, "containers", "all", "no heading",

@@ -62,7 +62,7 @@ def wrap_items(first, items, last, indent):
 
 
 def origin(a, prefix):
-    return f"// {a.source}" + (" (inferred)" if a.inferred.get(prefix) else "")
+    return f"// {a.origins.get(prefix, a.source)}" + (" (inferred)" if a.inferred.get(prefix) else "")
 
 
 def signature_type(a):

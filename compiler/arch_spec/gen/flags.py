@@ -150,6 +150,7 @@ def load_flags(path, kind, generations, errors):
                         len(lines))
     structs = load_structs(path, lines[first_struct:], columns, errors)
     flags, heading, groups = {}, None, []
+    mark = len(errors)
     for line in lines[:first_struct]:
         with errors.collect():
             cells = line.text.split()
@@ -165,6 +166,8 @@ def load_flags(path, kind, generations, errors):
                 flag = _flag_row(path, line, columns, structs, flags)
                 flags[flag.name] = flag
                 groups[-1][2].append(flag.name)
+    if errors.since(mark):
+        return dict(sorted(flags.items())), structs
     with errors.collect():
         if heading is None:
             fail(path, 0, kind, "all", "no heading", f"expected a '{kind}' line with its totals")

@@ -35,20 +35,23 @@ class Accessor:
     inferred: dict = dataclasses.field(default_factory=dict)  # prefix -> True where inferred
     pattern: str = ""  # an enumerant's row: its pattern
     rank: int = 0  # its place in its table: the line, or for enumerants the expansion order
+    origins: dict = dataclasses.field(default_factory=dict)  # prefix -> row, where not `source`
 
 
 def scalar_accessors(params, generations):
     out = []
     for s in sorted(params.scalars.values(), key=lambda s: s.name):
-        values = {}
+        values, origins = {}, {}
         for g in generations.with_answers:
             if g.answers == "own" and s.values[g.code] is not None:
                 derived = s.rule is not None and g.code in s.rule[0]
                 values[g.prefix] = s.rule[1] if derived else s.values[g.code]
             elif s.name in params.differences.get(g.code, {}):
-                values[g.prefix] = params.differences[g.code][s.name][0]
+                values[g.prefix], line = params.differences[g.code][s.name]
+                origins[g.prefix] = f"{os.path.basename(params.path)}:{line}"
         out.append(Accessor("SCALAR", s.name, s.type, values,
-                            f"{os.path.basename(params.path)}:{s.line}", rank=s.line))
+                            f"{os.path.basename(params.path)}:{s.line}", rank=s.line,
+                            origins=origins))
     return out
 
 
@@ -82,7 +85,7 @@ def container_accessors(containers, generations):
     return out
 
 
-def check_interface(params, accessors, enum_types, generations, errors):
+def check_interface(params, accessors, enum_types, generations, tables, errors):
     """The totals that params.tbl declares for the whole class, its classes and what no class
     answers."""
     path, line = params.path, params.interface_line
@@ -91,7 +94,7 @@ def check_interface(params, accessors, enum_types, generations, errors):
         with errors.collect():
             if a.name in seen:
                 file, _, row = a.source.rpartition(":")
-                fail(file, row, a.name, "all", "a second accessor of this name",
+                fail(os.path.join(tables, file), row, a.name, "all", "a second accessor of this name",
                      f"expected unique names (first at {seen[a.name]})")
             seen[a.name] = a.source
     counted = {"accessors": len(accessors), "types": len(enum_types)}
@@ -145,7 +148,7 @@ def generate(tables, errors):
     accessors = (scalar_accessors(params, generations)
                  + enum_accessors(enum_items, generations, constants, errors)
                  + container_accessors(containers, generations))
-    check_interface(params, accessors, enum_types, generations, errors)
+    check_interface(params, accessors, enum_types, generations, constants, errors)
     if errors:
         return {}, None
     files = emit_constants.files(generations, accessors, enum_types, features, structs,
@@ -154,7 +157,7 @@ def generate(tables, errors):
     inferred = sum(n for _, _, n in summary)
     line = (f"{inferred} enumerant codes inferred, in {len({t for t, _, _ in summary})} types "
             "(the rows marked '# inferred' in tables/constants/enums_*.tbl)")
-    return files, line
+    return files, line if inferred else None
 
 
 def main(argv=None):

@@ -53,6 +53,14 @@ class Errors:
         except TableError as e:
             self.add(e)
 
+    def since(self, mark):
+        """Whether faults were found after `mark`, a len() of this collection: checks of totals
+        are skipped then, as they would only repeat those faults."""
+        return len(self.found) > mark
+
+    def __len__(self):
+        return len(self.found)
+
     def __bool__(self):
         return bool(self.found)
 

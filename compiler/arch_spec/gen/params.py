@@ -196,10 +196,12 @@ def _differences(r, generations, errors):
 def load_params(path, generations, errors):
     """Reads and checks params.tbl; the faults go to `errors`."""
     r = _Reader(path, generations)
+    mark = len(errors)
     for line in table_lines(path):
         with errors.collect():
             r.line(line)
-    _check_totals(r, errors)
+    if not errors.since(mark):
+        _check_totals(r, errors)
     _apply_rules(r, errors)
     differences = _differences(r, generations, errors)
     return Params(path, r.scalars, differences, r.interface, r.interface_line, r.classes,

@@ -2,17 +2,20 @@
 
 import contextlib
 import io
+import os
 import pathlib
+import shutil
 import sys
 import tempfile
 import textwrap
 import unittest
-from unittest import mock
 
 HERE = pathlib.Path(__file__).resolve().parent
+TABLES_ROOT = HERE.parent / "tables"
 sys.path.insert(0, str(HERE.parent))
 
 import gen_constants  # noqa: E402
+import genlib  # noqa: E402
 
 # A table set small enough to read at a glance: three scalars (one derived, one that uko changes), two
 # enumerants (one answered by no generation), one container, three features and one constraint.
@@ -79,72 +82,99 @@ class GeneratorCase(unittest.TestCase):
         self.addCleanup(self.dir.cleanup)
         self.tables = pathlib.Path(self.dir.name) / "tables"
         self.out = pathlib.Path(self.dir.name) / "out"
-        self.tables.mkdir()
+        (self.tables / "constants").mkdir(parents=True)
+        # The generations are the project's own: the tables below have their columns.
+        shutil.copy(TABLES_ROOT / genlib.GENERATIONS_TABLE, self.tables)
         for name, text in TABLES.items():
-            (self.tables / name).write_text(textwrap.dedent(text).lstrip("\n"))
+            (self.tables / "constants" / name).write_text(textwrap.dedent(text).lstrip("\n"))
 
     def edit(self, table, old, new):
-        path = self.tables / table
+        path = self.tables / "constants" / table
         text = path.read_text()
         self.assertIn(old, text)
         path.write_text(text.replace(old, new, 1))
 
+    def run_main(self):
+        """(exit status, standard output, standard error) of one run of the generator."""
+        printed, complained = io.StringIO(), io.StringIO()
+        with contextlib.redirect_stdout(printed), contextlib.redirect_stderr(complained):
+            status = gen_constants.main(["--tables", str(self.tables), "--out", str(self.out)])
+        return status, printed.getvalue(), complained.getvalue()
+
     def generated(self, name):
-        return (self.out / gen_constants.GEN_DIR / name).read_text()
+        self.assertEqual(self.run_main()[0], 0)
+        return (self.out / genlib.OUT_SUBDIR / name).read_text()
 
     def assertRefused(self, table, *fragments):
-        """The generator refuses, naming the table and line, then each fragment (accessor, generation,
-        what it found and expected) in the message."""
-        with self.assertRaises(gen_constants.TableError) as caught:
-            gen_constants.generate(self.tables, self.out)
-        message = str(caught.exception)
-        self.assertRegex(message, rf"^{self.tables / table}:[0-9]+: error: ")
-        for fragment in fragments:
-            self.assertIn(fragment, message)
+        """The generator refuses and writes nothing; one of its faults names the table and line,
+        then each fragment (accessor, generation, what it found and expected)."""
+        status, _, complained = self.run_main()
+        self.assertEqual(status, 1)
+        self.assertFalse(self.out.exists())
+        prefix = f"{self.tables / 'constants' / table}:"
+        faults = [line for line in complained.splitlines()
+                  if line.startswith(prefix) and all(f in line for f in fragments)]
+        self.assertTrue(faults, complained)
+        self.assertRegex(faults[0], r"^[^:]+:[0-9]+: error: ")
 
 
 class Accepts(GeneratorCase):
     def test_generates_every_file(self):
-        gen_constants.generate(self.tables, self.out)
-        for name in ("ArchConstants.h", "ArchConstants.cpp", "KoConstants.cpp", "RyConstants.cpp",
-                     "RyeConstants.cpp", "ArchConstantsIndex.inc"):
-            self.assertTrue((self.out / gen_constants.GEN_DIR / name).exists(), name)
+        self.assertEqual(self.run_main()[0], 0)
+        for name in ("ArchConstants.h", "ArchGenerations.h", "ArchConstants.cpp",
+                     "KoConstants.cpp", "RyConstants.cpp", "RyeConstants.cpp",
+                     "ArchConstantsIndex.inc"):
+            self.assertTrue((self.out / genlib.OUT_SUBDIR / name).exists(), name)
 
-    def test_default_bodies_name_their_own_line_and_signature(self):
-        gen_constants.generate(self.tables, self.out)
+    def test_interface_header_declares_no_generation(self):
+        header = self.generated("ArchConstants.h")
+        self.assertIn("class ArchConstants {", header)
+        self.assertNotIn("KoConstants", header)
+        self.assertIn("class KoConstants : public ArchConstants {",
+                      self.generated("ArchGenerations.h"))
+        self.assertIn("class UkoConstants : public KoConstants {",
+                      self.generated("ArchGenerations.h"))
+
+    def test_default_bodies_name_their_signature(self):
         lines = self.generated("ArchConstants.cpp").splitlines()
-        bodies = [(n, text) for n, text in enumerate(lines, start=1) if "kAt{kFile" in text]
+        bodies = [text for text in lines if "Unanswered(\"" in text]
         self.assertEqual(len(bodies), 6)
-        for number, text in bodies:
-            self.assertIn(f", {number}, 1}}", text)
-        self.assertIn('"virtual const std::vector<uint8_t> & zu::spec::ArchConstants::c_rows() const"',
-                      lines[bodies[-1][0] - 1])
+        self.assertEqual(bodies[-1], '  Unanswered("const std::vector<uint8_t> &");')
+
+    def test_every_answer_names_its_row(self):
+        ko = self.generated("KoConstants.cpp")
+        self.assertIn("arch_const_t KoConstants::a_width() const { return 32; }  // params.tbl:13", ko)
+        self.assertIn("x_t KoConstants::x_x_one() const { return code(0); }  // enums_test.tbl:2",
+                      ko)
+
+    def test_inferred_codes_are_marked(self):
+        self.edit("enums_test.tbl", "x_one | 0 | - | -", "x_one | 0 to 0 | - | -  # inferred")
+        self.edit("params.tbl", "unanswered  total=1", "unanswered  total=1")
+        status, printed, _ = self.run_main()
+        self.assertEqual(status, 0)
+        self.assertIn("return code(0); }  // enums_test.tbl:2 (inferred)",
+                      (self.out / genlib.OUT_SUBDIR / "KoConstants.cpp").read_text())
+        self.assertTrue(printed.startswith("1 enumerant codes inferred, in 1 types"), printed)
 
     def test_uko_overrides_only_its_own_rows_and_derived_rows_compute(self):
-        gen_constants.generate(self.tables, self.out)
         ko = self.generated("KoConstants.cpp")
         uko = [line for line in ko.splitlines() if "UkoConstants::" in line]
         self.assertEqual(uko, ["UkoConstants::~UkoConstants() = default;",
-                               "double UkoConstants::b_bandwidth() const { return 1.25; }"])
+                               "double UkoConstants::b_bandwidth() const { return 1.25; }  "
+                               "// params.tbl:20"])
         self.assertIn("size_t KoConstants::a_max() const { return ones64(a_width()); }", ko)
 
     def test_explicit_and_differing_answers_are_the_only_overrides(self):
-        gen_constants.generate(self.tables, self.out)
         cpp = self.generated("ArchConstants.cpp")
         self.assertNotIn("KoFeatures::f_flag", cpp)
         self.assertIn("bool RyeFeatures::f_flag() const { return false; }", cpp)
-        self.assertIn("zu::optional<Info> RyFeatures::f_info() const { return Info{.count = 4, "
-                      ".rates = {1.0, 2.5}}; }", cpp)
+        self.assertIn("zu::optional<Info> RyFeatures::f_info() const {\n"
+                      "  return Info{.count = 4, .rates = {1.0, 2.5}};  // features.tbl:6", cpp)
 
-    def test_unchanged_output_is_not_rewritten(self):
-        gen_constants.generate(self.tables, self.out)
-        path = self.out / gen_constants.GEN_DIR / "ArchConstants.h"
-        path.touch()
-        stamp = path.stat().st_mtime_ns
-        with mock.patch.object(pathlib.Path, "write_text") as write:
-            gen_constants.generate(self.tables, self.out)
-        write.assert_not_called()
-        self.assertEqual(path.stat().st_mtime_ns, stamp)
+    def test_index_lists_the_answering_generations(self):
+        index = self.generated("ArchConstantsIndex.inc")
+        self.assertIn('ZU_SPEC_CONSTANT(SCALAR, double, b_bandwidth, "1101")', index)
+        self.assertIn('ZU_SPEC_CONSTANT(ENUM, x_t, x_x_two, "0000")', index)
 
 
 class RefusesScalars(GeneratorCase):
@@ -210,21 +240,25 @@ class RefusesFlags(GeneratorCase):
 
 
 class CommandLine(GeneratorCase):
-    def run_main(self):
-        argv = ["gen_constants.py", "--tables", str(self.tables), "--out", str(self.out)]
-        printed = io.StringIO()
-        with mock.patch.object(sys, "argv", argv), contextlib.redirect_stdout(printed):
-            status = gen_constants.main()
-        return status, printed.getvalue()
-
     def test_success_prints_nothing_without_inferred_codes(self):
-        self.assertEqual(self.run_main(), (0, ""))
+        self.assertEqual(self.run_main(), (0, "", ""))
 
-    def test_enumerant_table_error_is_printed_and_fails(self):
+    def test_every_fault_of_every_table_is_reported_together(self):
         self.edit("enums_test.tbl", "enum x_t 2", "enum x_t 3")
-        status, printed = self.run_main()
-        self.assertEqual(status, 1)
-        self.assertTrue(printed.startswith(f"{self.tables / 'enums_test.tbl'}:1: error: "), printed)
+        self.edit("containers.tbl", "[2]  1, 2", "[3]  1, 2")
+        self.edit("features.tbl", "true     false!", "true!    false")
+        status, printed, complained = self.run_main()
+        self.assertEqual((status, printed), (1, ""))
+        tables = [line.split(":")[0].rsplit("/", 1)[-1] for line in complained.splitlines()]
+        self.assertEqual(sorted(tables), ["containers.tbl", "enums_test.tbl", "features.tbl"])
+        self.assertFalse(self.out.exists())
+
+    def test_unchanged_output_is_not_rewritten(self):
+        self.assertEqual(self.run_main()[0], 0)
+        path = self.out / genlib.OUT_SUBDIR / "ArchConstants.h"
+        os.utime(path, (1, 1))
+        self.assertEqual(self.run_main()[0], 0)
+        self.assertEqual(path.stat().st_mtime, 1)
 
 
 if __name__ == "__main__":

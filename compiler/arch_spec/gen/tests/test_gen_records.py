@@ -3,13 +3,18 @@
 import contextlib
 import io
 import os
+import shutil
 import sys
 import tempfile
 import unittest
 
-sys.path.insert(0, os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+GEN = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+sys.path.insert(0, GEN)
 import gen_records  # noqa: E402
+import genlib  # noqa: E402
 
+GENERATIONS = os.path.join(GEN, "tables", genlib.GENERATIONS_TABLE)
+TILE = "tile t top a tile\n"
 GOOD = """\
 record inner  ko=6/2  ry=7/2
   a           2       3
@@ -23,28 +28,32 @@ record top    ko=15/3/19  ry=18/3/20
 
 
 class GeneratorTest(unittest.TestCase):
-    def run_tables(self, text):
-        """Returns (exit code, stderr lines, generated files) for one table file."""
+    def run_tables(self, text, tiles=TILE):
+        """Returns (exit code, stderr lines, generated files) for one table file and the tiles."""
         with tempfile.TemporaryDirectory() as tmp:
             tables = os.path.join(tmp, "tables")
-            os.mkdir(tables)
-            with open(os.path.join(tables, "t.rec"), "w") as f:
+            os.makedirs(os.path.join(tables, "records"))
+            shutil.copy(GENERATIONS, tables)  # the project's own generations
+            with open(os.path.join(tables, "records", "t.rec"), "w") as f:
                 f.write(text)
+            with open(os.path.join(tables, "records", "tiles.rec"), "w") as f:
+                f.write(tiles)
             out = os.path.join(tmp, "out")
             err = io.StringIO()
             with contextlib.redirect_stderr(err):
                 code = gen_records.main(["--tables", tables, "--out", out])
-            gen_dir = os.path.join(out, gen_records.OUT_SUBDIR)
+            gen_dir = os.path.join(out, genlib.OUT_SUBDIR)
             files = {}
             if os.path.isdir(gen_dir):
                 for name in sorted(os.listdir(gen_dir)):
                     with open(os.path.join(gen_dir, name)) as f:
                         files[name] = f.read()
-            lines = [line.replace(tables + os.sep, "") for line in err.getvalue().splitlines()]
+            prefix = os.path.join(tables, "records") + os.sep
+            lines = [line.replace(prefix, "") for line in err.getvalue().splitlines()]
             return code, lines, files
 
-    def assert_refused(self, text, *expected):
-        code, lines, files = self.run_tables(text)
+    def assert_refused(self, text, *expected, tiles=TILE):
+        code, lines, files = self.run_tables(text, tiles)
         self.assertEqual(code, 1)
         self.assertEqual(files, {})
         self.assertEqual(lines, list(expected))
@@ -54,28 +63,35 @@ class GeneratorTest(unittest.TestCase):
         self.assertEqual((code, lines), (0, []))
         self.assertEqual(
             sorted(files),
-            sorted(f"{p}{s}" for p in ("Ko", "Ry", "Rye")
-                   for s in ("Config.h", "Config.cpp", "Records.inc")),
-        )
-        self.assertIn(
-            "ZU_SPEC_RECORD_ENTRY(inner, 7, 2, 7, 0)\nZU_SPEC_RECORD_ENTRY(top, 18, 3, 20, 1)\n",
-            files["RyRecords.inc"],
-        )
+            sorted([f"{p}Config.{s}" for p in ("Ko", "Ry", "Rye") for s in ("h", "cpp")]
+                   + ["RecordCatalog.cpp"]))
+        catalog = files["RecordCatalog.cpp"]
+        self.assertIn('{"ry", "inner", 7, 2, 7, false, "t.rec:1",', catalog)
+        self.assertIn('{"ry", "top", 18, 3, 20, true, "t.rec:4",', catalog)
+        self.assertIn('{"t", "top", "a tile", "tiles.rec:1"},', catalog)
         header = files["KoConfig.h"]
         self.assertLess(header.index("class inner"), header.index("class top"))
+        self.assertIn("class top final : public Record<top, KoGeneration> {", header)
         self.assertIn("  ArrayLE<2, inner> y;\n  PackedArray<1, 1> w;\n", header)
-        self.assertIn("ZU_SPEC_RECORD_GENERATION(3, 0)", files["RyConfig.h"])
-        self.assertIn('  visit("y", self.y);\n', files["KoConfig.cpp"])
+        self.assertIn('    visit("y", self.y);\n', header)
+        self.assertIn("extern template class Record<ko::top, KoGeneration>;", header)
+        self.assertIn("static constexpr int kMinors[] = {0, 1};", header)
+        self.assertIn("static constexpr int kMinors[] = {0};", files["RyConfig.h"])
+        self.assertIn("template class Record<ry::top, RyGeneration>;  // t.rec:4",
+                      files["RyConfig.cpp"])
 
     def test_unchanged_output_is_not_rewritten(self):
         with tempfile.TemporaryDirectory() as tmp:
             tables = os.path.join(tmp, "tables")
-            os.mkdir(tables)
-            with open(os.path.join(tables, "t.rec"), "w") as f:
+            os.makedirs(os.path.join(tables, "records"))
+            shutil.copy(GENERATIONS, tables)
+            with open(os.path.join(tables, "records", "t.rec"), "w") as f:
                 f.write(GOOD)
+            with open(os.path.join(tables, "records", "tiles.rec"), "w") as f:
+                f.write(TILE)
             out = os.path.join(tmp, "out")
             self.assertEqual(gen_records.main(["--tables", tables, "--out", out]), 0)
-            header = os.path.join(out, gen_records.OUT_SUBDIR, "KoConfig.h")
+            header = os.path.join(out, genlib.OUT_SUBDIR, "KoConfig.h")
             os.utime(header, (1, 1))
             self.assertEqual(gen_records.main(["--tables", tables, "--out", out]), 0)
             self.assertEqual(os.stat(header).st_mtime, 1)
@@ -158,6 +174,16 @@ class GeneratorTest(unittest.TestCase):
             "record a  ko=1/1/3\n  b  b\nrecord b  ko=1/1\n  a  a\n",
             "t.rec:4: error: record b, generation ko: found record a nested in itself through "
             "field a, expected records to nest without cycles",
+            tiles="tile t a a tile\n",
+        )
+
+    def test_top_level_records_are_the_tiles_records(self):
+        self.assert_refused(
+            GOOD + "record spare  ko=1/1/2  ry=1/1/2\n  s  1\n",
+            "t.rec:9: error: record spare, generation ko: found a top-level record that is no "
+            "tile's, expected a 'tile' line naming it, or a record that uses it",
+            "t.rec:9: error: record spare, generation ry: found a top-level record that is no "
+            "tile's, expected a 'tile' line naming it, or a record that uses it",
         )
 
 
