@@ -101,7 +101,8 @@ class Record : public RecordBase {
   const Self& self() const { return static_cast<const Self&>(*this); }
 };
 
-// The fields of `record` as constructs, in table order.
+// The fields of `record` as constructs, in table order. One list serves the reading operations as
+// well (they only read through it), so that each record instantiates its field list once.
 template <class R>
 std::array<RecordField<BaseConstruct>, R::kFieldCount> FieldsOf(R& record) {
   std::array<RecordField<BaseConstruct>, R::kFieldCount> fields;
@@ -111,12 +112,10 @@ std::array<RecordField<BaseConstruct>, R::kFieldCount> FieldsOf(R& record) {
 }
 template <class R>
 std::array<RecordField<const BaseConstruct>, R::kFieldCount> FieldsOf(const R& record) {
-  std::array<RecordField<const BaseConstruct>, R::kFieldCount> fields;
-  size_t i = 0;
-  R::Fields(record, [&](const char* name, const BaseConstruct& field) {
-    fields[i++] = {name, &field};
-  });
-  return fields;
+  const auto fields = FieldsOf(const_cast<R&>(record));  // only read through, as const
+  std::array<RecordField<const BaseConstruct>, R::kFieldCount> view;
+  for (size_t i = 0; i < fields.size(); ++i) view[i] = {fields[i].name, fields[i].construct};
+  return view;
 }
 
 template <class Self, class Generation>

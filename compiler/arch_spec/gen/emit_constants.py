@@ -14,8 +14,19 @@ BLOCKS = (("SCALAR", "Scalar parameters (params.tbl)."),
           ("CONTAINER", "Container parameters (containers.tbl): the same object at every call."))
 
 
+def from_global(return_type):
+    """The return type spelled from the global namespace where it is one of ours
+    (`::zu::spec::arch_const_t`): a name looked up inside a class of thousands of members would
+    cost the compiler a search of them for each declaration, and every includer pays for that."""
+    if return_type == "arch_const_t" or return_type.endswith("_t") and "::" not in return_type \
+            and not return_type.startswith(("size_t", "uint", "int")):
+        return f"::zu::spec::{return_type}"
+    return return_type
+
+
 def declaration(prefix, return_type, name, suffix):
     """A member declaration within the width: `  virtual T name() const;` and its broken forms."""
+    return_type = from_global(return_type)
     one = f"  {prefix}{return_type} {name}() const{suffix};"
     if len(one) <= WIDTH:
         return [one]
@@ -228,10 +239,11 @@ def emit_defaults_cpp(generations, accessors, features, constraints):
 # <Code>Constants.cpp ------------------------------------------------------------------------------
 
 CODE_HELPER = """\
-// A fresh enumeration leaf holding `value`; its unique id stays unassigned.
-BitsInteger<64> code(uint64_t value) {
+// A fresh enumeration leaf holding `value`; its unique id stays unassigned. Every enumerant of the
+// file calls this one copy, so that each accessor stays a few bytes.
+[[gnu::noinline]] BitsInteger<64> code(uint64_t value) {
   BitsInteger<64> leaf;
-  leaf = value;
+  leaf.SetRaw(value);  // every 64-bit value fits
   return leaf;
 }
 """
