@@ -12,16 +12,41 @@ constexpr uint16_t max_offset = 65535;
 
 constexpr char kHexDigits[] = "0123456789abcdef";
 
-void AppendHex(std::string* out, uint64_t value, int min_digits) {
-  char text[16];
-  int n = 0;
-  do {
-    text[n++] = kHexDigits[value & 15];
-    value >>= 4;
-  } while (value != 0);
-  while (n < min_digits) text[n++] = '0';
-  while (n > 0) out->push_back(text[--n]);
-}
+// One printed line of a leaf, put together without touching the heap: an array element's
+// indentation and index (up to 64 characters) and the longest leaf text,
+// "[0xffff:4294967295-4294967295]/64 0xffffffffffffffff\n".
+struct LineBuffer {
+  char text[128];
+  size_t size = 0;
+
+  void Put(std::string_view piece) {
+    std::memcpy(text + size, piece.data(), piece.size());
+    size += piece.size();
+  }
+  void PutDecimal(uint64_t value) {
+    char digits[20];
+    int n = 0;
+    do {
+      digits[n++] = static_cast<char>('0' + value % 10);
+      value /= 10;
+    } while (value != 0);
+    while (n > 0) text[size++] = digits[--n];
+  }
+  void PutBlanks(size_t count) {
+    std::memset(text + size, ' ', count);
+    size += count;
+  }
+  void PutHex(uint64_t value, int min_digits) {
+    char digits[16];
+    int n = 0;
+    do {
+      digits[n++] = kHexDigits[value & 15];
+      value >>= 4;
+    } while (value != 0);
+    while (n < min_digits) digits[n++] = '0';
+    while (n > 0) text[size++] = digits[--n];
+  }
+};
 
 // Entry b is the eight-character text of byte b, most significant bit first.
 constexpr std::array<std::array<char, 8>, 256> MakeByteTexts() {
@@ -89,22 +114,10 @@ std::unordered_map<UniqueId, ExternalStorage> BaseConstruct::external_storage_;
 
 namespace {
 
-// Where the last lookup of this thread found its bucket. The table puts a key in bucket
-// hash % bucket_count (both standard libraries do, and the first lookup of every run checks it),
-// and the hash of a 16-bit id is the id itself; so the bucket of an id a little above the last one
-// follows from the last bucket by an addition, without a division. Walks in bit order look ids up
-// in rising order, nearly always one or two apart.
-struct BucketCursor {
-  size_t hash = 0;
-  size_t bucket = 0;
-  size_t buckets = 0;   // the bucket count that `bucket` was found with; 0 before any lookup
-  bool modular = true;  // whether the table's buckets are hash % bucket_count
-};
-thread_local BucketCursor bucket_cursor;
-
-// The paths kept by the metadata pass of this thread: a small cache by id of the text that stands
-// before a child's own name ("pmu.PMU_shared." for the fields of PMU_shared).
-struct PathCache {
+// What the running metadata pass keeps (and, like the table, it belongs to one thread at a time):
+// by id, a small cache of the text that stands before a child's own name ("pmu.PMU_shared." for
+// the fields of PMU_shared).
+struct PassState {
   struct Slot {
     bool valid = false;
     UniqueId id = 0;
@@ -113,17 +126,14 @@ struct PathCache {
   int depth = 0;
   Slot slots[64];
 };
-thread_local PathCache path_cache;
+PassState pass;
 
 // The entry of `id`, made empty if there is none: what every reading of a name does.
-ExternalStorage& NamedEntry(UniqueId id) {
-  ExternalStorage* entry = BaseConstruct::FindEntry(id);
-  return entry != nullptr ? *entry : BaseConstruct::external_storage_[id];
-}
+ExternalStorage& NamedEntry(UniqueId id) { return BaseConstruct::external_storage_[id]; }
 
 // The names from the root down to `id`, each non-empty one followed by ".".
 const std::string& PathPrefix(UniqueId id) {
-  PathCache::Slot& slot = path_cache.slots[static_cast<uint16_t>(id) % std::size(path_cache.slots)];
+  PassState::Slot& slot = pass.slots[static_cast<uint16_t>(id) % std::size(pass.slots)];
   if (slot.valid && slot.id == id) return slot.prefix;
   const ExternalStorage& entry = NamedEntry(id);
   std::string prefix;
@@ -135,6 +145,27 @@ const std::string& PathPrefix(UniqueId id) {
   return slot.prefix;
 }
 
+// The path of `entry`'s construct, as Name() gives it.
+std::string PathOf(const ExternalStorage& entry) {
+  if (!entry.parent.has_value()) return entry.name;
+  if (pass.depth > 0) return PathPrefix(*entry.parent) + entry.name;
+  // Outside a metadata pass the table may have changed since the last call: walk the parents.
+  std::vector<const std::string*> names{&entry.name};
+  for (const ExternalStorage* up = &entry; up->parent.has_value();) {
+    up = &NamedEntry(*up->parent);
+    names.push_back(&up->name);
+  }
+  std::string path;
+  for (size_t i = names.size(); i-- > 1;) {
+    if (!names[i]->empty()) path.append(*names[i]).push_back('.');
+  }
+  return path.append(entry.name);
+}
+
+}  // namespace
+
+namespace constructs_internal {
+
 void AppendDecimal(std::string* out, uint64_t value) {
   char text[20];
   int n = 0;
@@ -145,39 +176,18 @@ void AppendDecimal(std::string* out, uint64_t value) {
   while (n > 0) out->push_back(text[--n]);
 }
 
-}  // namespace
-
-namespace constructs_internal {
-
-MetadataPass::MetadataPass() : outermost_(path_cache.depth++ == 0) {}
+MetadataPass::MetadataPass() : outermost_(pass.depth++ == 0) {}
 
 MetadataPass::~MetadataPass() {
-  if (--path_cache.depth != 0) return;
-  for (PathCache::Slot& slot : path_cache.slots) slot.valid = false;
+  if (--pass.depth != 0) return;
+  for (PassState::Slot& slot : pass.slots) slot.valid = false;
 }
 
 }  // namespace constructs_internal
 
 ExternalStorage* BaseConstruct::FindEntry(UniqueId id) {
-  BucketCursor& cursor = bucket_cursor;
-  const size_t hash = std::hash<UniqueId>{}(id);
-  const size_t buckets = external_storage_.bucket_count();
-  size_t bucket;
-  if (cursor.modular && buckets == cursor.buckets && hash >= cursor.hash &&
-      hash - cursor.hash < buckets) {
-    bucket = cursor.bucket + (hash - cursor.hash);
-    if (bucket >= buckets) bucket -= buckets;
-  } else {
-    bucket = external_storage_.bucket(id);
-    if (bucket != hash % buckets) cursor.modular = false;
-  }
-  cursor.hash = hash;
-  cursor.bucket = bucket;
-  cursor.buckets = buckets;
-  for (auto it = external_storage_.begin(bucket); it != external_storage_.end(bucket); ++it) {
-    if (it->first == id) return &it->second;
-  }
-  return nullptr;
+  const auto found = external_storage_.find(id);
+  return found == external_storage_.end() ? nullptr : &found->second;
 }
 
 BaseConstruct::~BaseConstruct() = default;
@@ -191,18 +201,17 @@ UniqueId BaseConstruct::GetUniqueId() const {
   return *unique_id_;
 }
 
-ExternalStorage& BaseConstruct::StoredEntry(zu::SourceLocation location) const {
-  check(unique_id_.has_value(), "Unique ID not initialized", location);
-  if (ExternalStorage* entry = FindEntry(*unique_id_)) return *entry;
+ExternalStorage& BaseConstruct::StoredEntryOf(UniqueId id, const zu::SourceLocation& location) {
+  if (ExternalStorage* entry = FindEntry(id)) return *entry;
   // No entry: the lookup leaves an empty one behind, as a lookup of the table does, and fails.
-  ExternalStorage& made = external_storage_[*unique_id_];
+  ExternalStorage& made = NamedEntry(id);
   check(false, "External storage not initialized", location);
   return made;
 }
 
-ExternalStorage& BaseConstruct::EntryFor(zu::SourceLocation location) const {
+ExternalStorage& BaseConstruct::StoredEntry(zu::SourceLocation location) const {
   check(unique_id_.has_value(), "Unique ID not initialized", location);
-  return NamedEntry(*unique_id_);
+  return StoredEntryOf(*unique_id_, location);
 }
 
 uint16_t BaseConstruct::OffsetImpl() const { return StoredEntry().offset; }
@@ -217,8 +226,9 @@ bool BaseConstruct::RegisterRecord(const std::string& name, BaseConstruct* paren
                                    zu::SourceLocation location) {
   CheckOffset(offset, location);
   check(unique_id_.has_value(), "Unique ID not initialized", location);
-  if (FindEntry(*unique_id_) != nullptr) return false;  // registered before, sub-tree included
-  ExternalStorage& entry = external_storage_[*unique_id_];
+  auto [found, inserted] = external_storage_.try_emplace(*unique_id_);
+  if (!inserted) return false;  // registered before, sub-tree included
+  ExternalStorage& entry = found->second;
   entry.name = name;
   if (parent != nullptr) entry.parent = ParentId(*parent);
   entry.offset = static_cast<uint16_t>(offset);
@@ -233,20 +243,118 @@ void BaseConstruct::RegisterArray(BaseConstruct* parent) {
 
 std::string BaseConstruct::Name() const {
   check(unique_id_.has_value(), "Unique ID not initialized");
-  const ExternalStorage& entry = NamedEntry(*unique_id_);
-  if (!entry.parent.has_value()) return entry.name;
-  if (path_cache.depth > 0) return PathPrefix(*entry.parent) + entry.name;
-  // Outside a metadata pass the table may have changed since the last call: walk the parents.
-  std::vector<const std::string*> names{&entry.name};
-  for (const ExternalStorage* up = &entry; up->parent.has_value();) {
-    up = &NamedEntry(*up->parent);
-    names.push_back(&up->name);
+  return PathOf(NamedEntry(*unique_id_));
+}
+
+namespace {
+
+// The text of a leaf: its place and registers if it has an entry, and its value.
+void PutLeafText(LineBuffer& line, const zu::optional<UniqueId>& id, size_t width, uint64_t value) {
+  const ExternalStorage* entry = nullptr;
+  if (id.has_value()) {
+    entry = BaseConstruct::FindEntry(*id);
+    // A leaf that was never registered leaves an empty entry behind and prints the short form;
+    // printed again, it finds that entry.
+    if (entry == nullptr) NamedEntry(*id);
   }
-  std::string path;
-  for (size_t i = names.size(); i-- > 1;) {
-    if (!names[i]->empty()) path.append(*names[i]).push_back('.');
+  if (entry == nullptr) {
+    line.Put("[0x0000]/0 0x");
+  } else {
+    line.Put("[0x");
+    line.PutHex(entry->offset, 4);
+    line.Put(":");
+    line.PutDecimal(entry->reg_lo);
+    if (width > 32 && entry->reg_hi.has_value()) {
+      line.Put("-");
+      line.PutDecimal(*entry->reg_hi);
+    }
+    line.Put("]/");
+    line.PutDecimal(width);
+    line.Put(" 0x");
   }
-  return path.append(entry.name);
+  line.PutHex(value, 1);
+  line.Put("\n");
+}
+
+}  // namespace
+
+void BaseConstruct::AppendLeafText(std::string* out, const zu::optional<UniqueId>& id, size_t width,
+                                   uint64_t value) {
+  LineBuffer line;
+  PutLeafText(line, id, width, value);
+  out->append(line.text, line.size);
+}
+
+void BaseConstruct::AppendElementText(std::string* out, size_t blanks, size_t index,
+                                      const zu::optional<UniqueId>& id, size_t width,
+                                      uint64_t value) {
+  // Deeper than a line holds is left to the string (no record nests that deep).
+  if (blanks > 40) {
+    out->append(blanks, ' ');
+    blanks = 0;
+  }
+  LineBuffer line;
+  line.PutBlanks(blanks);
+  line.PutDecimal(index);
+  line.Put(": ");
+  PutLeafText(line, id, width, value);
+  out->append(line.text, line.size);
+}
+
+void BaseConstruct::AppendLeafFields(std::vector<FieldMetadata>& out, UniqueId id, size_t width,
+                                     bool flag, int32_t base, const zu::SourceLocation& location) {
+  const ExternalStorage& entry = StoredEntryOf(id, location);
+  FieldMetadata field;
+  field.name = PathOf(entry);
+  field.width = static_cast<uint16_t>(width < 32 ? width : 32);
+  // The low 32 bits stand at the end of a wide leaf's stretch.
+  uint32_t position = static_cast<uint32_t>(entry.offset) + static_cast<uint32_t>(base) +
+                      static_cast<uint32_t>(width >= 32 ? width - 32 : 0);
+  field.word = position / 512;
+  field.bit = position % 512;
+  field.flag = flag;
+  field.reg = entry.reg_lo;
+  field.reg_flag = entry.writable;
+  if (width >= 33 && entry.reg_hi.has_value()) {
+    out.push_back(field);
+    field.width = static_cast<uint16_t>(width - 32);
+    position = static_cast<uint32_t>(entry.offset) + static_cast<uint32_t>(base);
+    field.word = position / 512;
+    field.bit = position % 512;
+    field.reg = *entry.reg_hi;
+  }
+  out.push_back(std::move(field));
+}
+
+void BaseConstruct::AppendLeafPatches(std::vector<PatchMetadata>& out, UniqueId id, size_t width,
+                                      uint64_t v, uint32_t patch_id,
+                                      const zu::optional<uint32_t>& base,
+                                      const zu::optional<uint32_t>& value,
+                                      const zu::SourceLocation& location) {
+  const ExternalStorage& entry = StoredEntryOf(id, location);
+  PatchMetadata low;
+  low.id = patch_id;
+  low.reg = entry.reg_lo + (base.has_value() ? *base : 0);
+  low.value = value.has_value() ? *value : static_cast<uint32_t>(v);
+  out.push_back(low);
+  if (width >= 33) {
+    // The high word takes no base: that asymmetry is part of the format of patches.
+    PatchMetadata high;
+    high.id = patch_id;
+    high.reg = entry.reg_hi.has_value() ? *entry.reg_hi : 0;
+    high.value = value.has_value() ? *value : static_cast<uint32_t>(v >> 32);
+    out.push_back(high);
+  }
+}
+
+void BaseConstruct::RegisterLeaf(UniqueId id, const std::string& name, BaseConstruct* parent,
+                                 size_t offset, size_t width, uint32_t& reg) {
+  ExternalStorage& entry = NamedEntry(id);
+  entry.name = name;
+  if (parent != nullptr) entry.parent = ParentId(*parent);
+  entry.offset = static_cast<uint16_t>(offset);
+  entry.reg_lo = reg++;
+  if (width >= 33) entry.reg_hi = reg++;
 }
 
 void BitsIntegerBase::ToString(size_t /*indent*/, std::string* out) const { ToStringImpl(out); }
@@ -281,30 +389,7 @@ uint64_t BitsIntegerBase::ParseImpl(const std::string& bits, size_t* pos) const 
 }
 
 void BitsIntegerBase::ToStringImpl(std::string* out) const {
-  const ExternalStorage* entry = nullptr;
-  if (unique_id_.has_value()) {
-    entry = FindEntry(*unique_id_);
-    // A leaf that was never registered leaves an empty entry behind and prints the short form;
-    // printed again, it finds that entry.
-    if (entry == nullptr) external_storage_.try_emplace(*unique_id_);
-  }
-  if (entry == nullptr) {
-    out->append("[0x0000]/0 0x");
-  } else {
-    out->append("[0x");
-    AppendHex(out, entry->offset, 4);
-    out->push_back(':');
-    AppendDecimal(out, entry->reg_lo);
-    if (SizeInBits() > 32 && entry->reg_hi.has_value()) {
-      out->push_back('-');
-      AppendDecimal(out, *entry->reg_hi);
-    }
-    out->append("]/");
-    AppendDecimal(out, SizeInBits());
-    out->append(" 0x");
-  }
-  AppendHex(out, ToNumber(), 1);
-  out->push_back('\n');
+  AppendLeafText(out, unique_id_, SizeInBits(), ToNumber());
 }
 
 void BitsIntegerBase::range_check(size_t offset, size_t size) const {
@@ -313,59 +398,25 @@ void BitsIntegerBase::range_check(size_t offset, size_t size) const {
 
 void BitsIntegerBase::CollectFieldsImpl(std::vector<FieldMetadata>& out, bool flag,
                                         int32_t base) const {
-  const ExternalStorage& entry = StoredEntry();
-  const size_t n = SizeInBits();
-  FieldMetadata field;
-  field.name = Name();
-  field.width = static_cast<uint16_t>(n < 32 ? n : 32);
-  // The low 32 bits stand at the end of a wide leaf's stretch.
-  uint32_t position = static_cast<uint32_t>(entry.offset) + static_cast<uint32_t>(base) +
-                      static_cast<uint32_t>(n >= 32 ? n - 32 : 0);
-  field.word = position / 512;
-  field.bit = position % 512;
-  field.flag = flag;
-  field.reg = entry.reg_lo;
-  field.reg_flag = entry.writable;
-  out.push_back(field);
-  if (n >= 33 && entry.reg_hi.has_value()) {
-    field.width = static_cast<uint16_t>(n - 32);
-    position = static_cast<uint32_t>(entry.offset) + static_cast<uint32_t>(base);
-    field.word = position / 512;
-    field.bit = position % 512;
-    field.reg = *entry.reg_hi;
-    out.push_back(field);
-  }
+  const zu::SourceLocation location = zu::SourceLocation::current();
+  check(unique_id_.has_value(), "Unique ID not initialized", location);
+  AppendLeafFields(out, *unique_id_, SizeInBits(), flag, base, location);
 }
 
 void BitsIntegerBase::CollectPatchesImpl(std::vector<PatchMetadata>& out, uint32_t id,
                                          zu::optional<uint32_t> base,
                                          zu::optional<uint32_t> value) const {
-  const ExternalStorage& entry = StoredEntry();
-  const uint64_t v = ToNumber();
-  PatchMetadata low;
-  low.id = id;
-  low.reg = entry.reg_lo + (base.has_value() ? *base : 0);
-  low.value = value.has_value() ? *value : static_cast<uint32_t>(v);
-  out.push_back(low);
-  if (SizeInBits() >= 33) {
-    // The high word takes no base: that asymmetry is part of the format of patches.
-    PatchMetadata high;
-    high.id = id;
-    high.reg = entry.reg_hi.has_value() ? *entry.reg_hi : 0;
-    high.value = value.has_value() ? *value : static_cast<uint32_t>(v >> 32);
-    out.push_back(high);
-  }
+  const zu::SourceLocation location = zu::SourceLocation::current();
+  check(unique_id_.has_value(), "Unique ID not initialized", location);
+  AppendLeafPatches(out, *unique_id_, SizeInBits(), ToNumber(), id, base, value, location);
 }
 
 void BitsIntegerBase::SetExternalStorageImpl(const std::string& name, BaseConstruct* parent,
                                              size_t offset, uint32_t& reg) {
-  CheckOffset(offset);
-  ExternalStorage& entry = EntryFor();
-  entry.name = name;
-  if (parent != nullptr) entry.parent = ParentId(*parent);
-  entry.offset = static_cast<uint16_t>(offset);
-  entry.reg_lo = reg++;
-  if (SizeInBits() >= 33) entry.reg_hi = reg++;
+  const zu::SourceLocation location = zu::SourceLocation::current();
+  CheckOffset(offset, location);
+  check(unique_id_.has_value(), "Unique ID not initialized", location);
+  RegisterLeaf(*unique_id_, name, parent, offset, SizeInBits(), reg);
 }
 
 uint32_t BitsIntegerBase::RegisterLoImpl() const { return StoredEntry().reg_lo; }

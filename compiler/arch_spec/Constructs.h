@@ -166,16 +166,13 @@ class BaseConstruct {
   // The table of field locations of the whole process. It is never emptied.
   static std::unordered_map<UniqueId, ExternalStorage> external_storage_;
 
-  // The entry of `id`, or null if the table has none. Nothing is inserted. Lookups of rising ids,
-  // as every walk in bit order makes, cost no division.
+  // The entry of `id`, or null if the table has none. Nothing is inserted.
   static ExternalStorage* FindEntry(UniqueId id);
 
  protected:
   // The entry of this construct, which must exist: a lookup that finds none leaves an empty entry
   // and fails with "External storage not initialized".
   ExternalStorage& StoredEntry(zu::SourceLocation location = zu::SourceLocation::current()) const;
-  // The entry of this construct, created if needed. The construct must have an id.
-  ExternalStorage& EntryFor(zu::SourceLocation location = zu::SourceLocation::current()) const;
   // Fails with "Offset out of bounds (...)" unless `offset` fits 16 bits.
   static void CheckOffset(size_t offset,
                           zu::SourceLocation location = zu::SourceLocation::current());
@@ -188,6 +185,28 @@ class BaseConstruct {
   // The registration of an array: if it has an id, its entry (made if needed) takes the parent's
   // id; an array's entry has no name and no offset of its own.
   void RegisterArray(BaseConstruct* parent);
+
+  // The rules of one leaf of `width` bits with id `id`, whether a BitsInteger member or an element
+  // of a packed array (which exists as a leaf only for the moment of an operation: these rules
+  // are what its temporary leaf would do).
+  //
+  // The entry of `id`, which must exist ("External storage not initialized").
+  static ExternalStorage& StoredEntryOf(UniqueId id, const zu::SourceLocation& location);
+  // The leaf's line: "[0x012c:7-8]/40 0x1234", or "[0x0000]/0 0xa" without an id or an entry.
+  static void AppendLeafText(std::string* out, const zu::optional<UniqueId>& id, size_t width,
+                             uint64_t value);
+  // An element's line of an array's print: `blanks`, "<index>: " and the leaf's text.
+  static void AppendElementText(std::string* out, size_t blanks, size_t index,
+                                const zu::optional<UniqueId>& id, size_t width, uint64_t value);
+  static void AppendLeafFields(std::vector<FieldMetadata>& out, UniqueId id, size_t width,
+                               bool flag, int32_t base, const zu::SourceLocation& location);
+  static void AppendLeafPatches(std::vector<PatchMetadata>& out, UniqueId id, size_t width,
+                                uint64_t v, uint32_t patch_id, const zu::optional<uint32_t>& base,
+                                const zu::optional<uint32_t>& value,
+                                const zu::SourceLocation& location);
+  // The caller has checked the offset.
+  static void RegisterLeaf(UniqueId id, const std::string& name, BaseConstruct* parent,
+                           size_t offset, size_t width, uint32_t& reg);
 
   zu::optional<UniqueId> unique_id_;
 };
@@ -237,10 +256,13 @@ class BitsIntegerBase : public BaseConstruct {
 
 namespace constructs_internal {
 
-// While a metadata pass runs on this thread (a record's CollectFields, CollectPatches or ToString,
-// outermost first), the paths of the constructs above the leaves are built once each and kept, so
-// that a leaf's Name() is its parent's path and its own name. Nothing changes the table's names
-// or parents during such a pass; the kept paths are dropped when the outermost pass ends.
+// Appends `value` in decimal, without a temporary string.
+void AppendDecimal(std::string* out, uint64_t value);
+
+// While a metadata pass runs (a record's CollectFields, CollectPatches or ToString, outermost
+// first), the paths of the constructs above the leaves are built once each and kept, so that a
+// leaf's Name() is its parent's path and its own name. Nothing changes the table's names or
+// parents during such a pass; the kept paths are dropped when the outermost pass ends.
 class MetadataPass {
  public:
   MetadataPass();
@@ -350,12 +372,13 @@ class PackedArrayBase : public BaseConstruct {
   size_t SizeInBits() const override { return GetSize() * B; }
   void ToString(size_t indent, std::string* out) const override {
     out->append("[\n");
+    const Storage* data = GetData();
     for (size_t i = 0; i < GetSize(); ++i) {
-      out->append(2 * indent + 2, ' ');
-      out->append(std::to_string(i)).append(": ");
-      Element(i).ToStringImpl(out);
+      AppendElementText(out, 2 * indent + 2, i, ElementId(i), B, Unit::Get(data, i));
     }
-    out->append(2 * indent, ' ').append("]/").append(std::to_string(SizeInBits())).append("\n");
+    out->append(2 * indent, ' ').append("]/");
+    constructs_internal::AppendDecimal(out, SizeInBits());
+    out->push_back('\n');
   }
   void Walk(const std::function<void(BitsIntegerBase&)>& fn) override {
     if (!fn) throw std::bad_function_call();
@@ -371,14 +394,25 @@ class PackedArrayBase : public BaseConstruct {
   }
   void CollectPatches(std::vector<PatchMetadata>& out, uint32_t id, zu::optional<uint32_t> base,
                       zu::optional<uint32_t> value) const override {
-    for (size_t i = GetSize(); i-- > 0;) Element(i).CollectPatchesImpl(out, id, base, value);
+    const zu::SourceLocation location = zu::SourceLocation::current();
+    const size_t n = GetSize();
+    const Storage* data = GetData();
+    for (size_t i = n; i-- > 0;) {
+      AppendLeafPatches(out, IdOfElement(n, i, location), B, Unit::Get(data, i), id, base, value,
+                        location);
+    }
   }
   void CollectFields(std::vector<FieldMetadata>& out, bool flag, int32_t base) const override {
-    for (size_t i = GetSize(); i-- > 0;) Element(i).CollectFieldsImpl(out, flag, base);
+    const zu::SourceLocation location = zu::SourceLocation::current();
+    const size_t n = GetSize();
+    for (size_t i = n; i-- > 0;) {
+      AppendLeafFields(out, IdOfElement(n, i, location), B, flag, base, location);
+    }
   }
   uint16_t Offset() const override {
     if (GetSize() == 0) return 0;
-    return Element(GetSize() - 1).OffsetImpl();
+    const zu::SourceLocation location = zu::SourceLocation::current();
+    return StoredEntryOf(IdOfElement(GetSize(), GetSize() - 1, location), location).offset;
   }
   void SetUniqueId(UniqueId& next) override {
     unique_id_ = next;
@@ -387,8 +421,14 @@ class PackedArrayBase : public BaseConstruct {
   void SetExternalStorage(const std::string& name, BaseConstruct* parent, size_t offset,
                           uint32_t& reg) override {
     RegisterArray(parent);
-    for (size_t i = GetSize(); i-- > 0;) {
-      Element(i).SetExternalStorageImpl(ElementName(name, i), this, offset, reg);
+    const zu::SourceLocation location = zu::SourceLocation::current();
+    const size_t n = GetSize();
+    std::string element_name;
+    for (size_t i = n; i-- > 0;) {
+      element_name.assign(name);
+      AppendIndex(&element_name, i);
+      CheckOffset(offset, location);
+      RegisterLeaf(IdOfElement(n, i, location), element_name, this, offset, B, reg);
       offset += B;
     }
   }
@@ -409,18 +449,29 @@ class PackedArrayBase : public BaseConstruct {
   }
 
  protected:
+  // Element i's id, if the array has one: the array's id + N - i, so that ids follow bit order.
+  zu::optional<UniqueId> ElementId(size_t i) const {
+    if (!unique_id_.has_value()) return {};
+    return static_cast<UniqueId>(*unique_id_ + static_cast<UniqueId>(GetSize() - i));
+  }
+  // The id of element i of the array's `n`, which the array must have ("Unique ID not
+  // initialized").
+  UniqueId IdOfElement(size_t n, size_t i, const zu::SourceLocation& location) const {
+    check(unique_id_.has_value(), "Unique ID not initialized", location);
+    return static_cast<UniqueId>(*unique_id_ + static_cast<UniqueId>(n - i));
+  }
   // The temporary leaf of element i: its value, and its id if the array has one.
   BitsInteger<B> Element(size_t i) const {
     BitsInteger<B> element;
     element.SetRaw(Unit::Get(GetData(), i));
-    if (unique_id_.has_value()) {
-      UniqueId id = static_cast<UniqueId>(*unique_id_ + static_cast<UniqueId>(GetSize() - i));
-      element.SetUniqueId(id);
-    }
+    if (zu::optional<UniqueId> id = ElementId(i); id.has_value()) element.SetUniqueId(*id);
     return element;
   }
-  virtual std::string ElementName(const std::string& name, size_t i) const {
-    return name + "[" + std::to_string(i) + "]";
+  // Appends "[i]" to an element's name; an array of rows appends "[row][column]".
+  virtual void AppendIndex(std::string* name, size_t i) const {
+    name->push_back('[');
+    constructs_internal::AppendDecimal(name, i);
+    name->push_back(']');
   }
   void range_check(size_t i) const { BitsInteger<B>().range_check(i, GetSize()); }
   // The fast paths of records. The bits of a unit, read most significant first, are its elements
@@ -599,16 +650,23 @@ class ArrayLE<N, PackedArray<M, B>> final : public PackedArrayBase<B> {
 
   size_t SizeInBits() const override { return kSizeInBits; }
   void ToString(size_t indent, std::string* out) const override {
+    using constructs_internal::AppendDecimal;
     out->append("[\n");
     for (size_t i = 0; i < N; ++i) {
-      out->append(2 * indent + 2, ' ').append(std::to_string(i)).append(": [\n");
+      out->append(2 * indent + 2, ' ');
+      AppendDecimal(out, i);
+      out->append(": [\n");
       for (size_t j = 0; j < M; ++j) {
-        out->append(2 * indent + 4, ' ').append(std::to_string(j)).append(": ");
-        this->Element(i * M + j).ToStringImpl(out);
+        this->AppendElementText(out, 2 * indent + 4, j, this->ElementId(i * M + j), B,
+                                Unit::Get(data_, i * M + j));
       }
-      out->append(2 * indent + 2, ' ').append("]/").append(std::to_string(M * B)).append("\n");
+      out->append(2 * indent + 2, ' ').append("]/");
+      AppendDecimal(out, M * B);
+      out->push_back('\n');
     }
-    out->append(2 * indent, ' ').append("]/").append(std::to_string(kSizeInBits)).append("\n");
+    out->append(2 * indent, ' ').append("]/");
+    AppendDecimal(out, kSizeInBits);
+    out->push_back('\n');
   }
   Storage* GetData() override { return data_; }
   const Storage* GetData() const override { return data_; }
@@ -630,8 +688,9 @@ class ArrayLE<N, PackedArray<M, B>> final : public PackedArrayBase<B> {
   void WriteBits(BitWriter& out) const { PackedArrayBase<B>::WriteElements(data_, N * M, out); }
 
  protected:
-  std::string ElementName(const std::string& name, size_t flat) const override {
-    return name + "[" + std::to_string(flat / M) + "][" + std::to_string(flat % M) + "]";
+  void AppendIndex(std::string* name, size_t flat) const override {
+    PackedArrayBase<B>::AppendIndex(name, flat / M);
+    PackedArrayBase<B>::AppendIndex(name, flat % M);
   }
 
  private:

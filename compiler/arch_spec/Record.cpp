@@ -1,22 +1,34 @@
 #include "compiler/arch_spec/Record.h"
 
+#include <cstring>
+
 namespace zu::spec {
 namespace {
 
 // Room for `more` elements, growing geometrically so that records called one after the other
 // (the elements of an array) do not copy the vector each time.
-template <class T>
-void ReserveMore(std::vector<T>& v, int more) {
+template <class Container>
+void ReserveMore(Container& v, int more) {
   const size_t wanted = v.size() + static_cast<size_t>(more);
   if (wanted > v.capacity()) v.reserve(std::max(wanted, 2 * v.capacity()));
 }
 
 }  // namespace
 
-void RecordBase::ToStringOf(ConstFieldList fields, size_t indent, std::string* out) {
+void RecordBase::ToStringOf(ConstFieldList fields, int unique_ids, size_t indent,
+                            std::string* out) {
+  const constructs_internal::MetadataPass pass;
+  // A printed leaf takes a line of some 40 characters: room for them all, once.
+  if (pass.outermost()) ReserveMore(*out, 40 * unique_ids);
   out->append("{\n");
   for (const RecordField<const BaseConstruct>& field : fields) {
-    out->append(2 * indent + 2, ' ').append(field.name).append(" = ");
+    // "<blanks><name> = " in one step.
+    const size_t blanks = 2 * indent + 2;
+    const size_t length = std::strlen(field.name);
+    const size_t at = out->size();
+    out->resize(at + blanks + length + 3, ' ');
+    std::memcpy(out->data() + at + blanks, field.name, length);
+    std::memcpy(out->data() + at + blanks + length, " = ", 3);
     field.construct->ToString(indent + 1, out);
   }
   out->append(2 * indent, ' ').append("}\n");

@@ -50,12 +50,12 @@ class RecordBase : public BaseConstruct {
   using ConstFieldList = std::span<const RecordField<const BaseConstruct>>;
 
   // "{", one line per field "<name> = <field's text>" two blanks deeper, "}" at the record's depth.
-  static void ToStringOf(ConstFieldList fields, size_t indent, std::string* out);
+  static void ToStringOf(ConstFieldList fields, int unique_ids, size_t indent, std::string* out);
   static void WalkOf(FieldList fields, const std::function<void(BitsIntegerBase&)>& visit);
   static void WalkOf(ConstFieldList fields,
                      const std::function<void(const BitsIntegerBase&)>& visit);
-  // `unique_ids` is the number of ids the whole record takes: room is made for that many results
-  // before the outermost record starts.
+  // `unique_ids`: the ids that the whole record takes; the outermost record of a pass makes room
+  // for that many results.
   static void CollectPatchesOf(ConstFieldList fields, int unique_ids,
                                std::vector<PatchMetadata>& patches, uint32_t id,
                                zu::optional<uint32_t> base, zu::optional<uint32_t> value);
@@ -149,7 +149,7 @@ void Record<Self, Generation>::WriteBits(BitWriter& out) const {
 
 template <class Self, class Generation>
 void Record<Self, Generation>::ToString(size_t indent, std::string* out) const {
-  ToStringOf(FieldsOf(self()), indent, out);
+  ToStringOf(FieldsOf(self()), Self::kUniqueIds, indent, out);
 }
 
 template <class Self, class Generation>
