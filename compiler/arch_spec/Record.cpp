@@ -17,9 +17,9 @@ void ReserveMore(Container& v, int more) {
 
 void RecordBase::ToStringOf(ConstFieldList fields, int unique_ids, size_t indent,
                             std::string* out) {
-  const constructs_internal::MetadataPass pass;
-  // A printed leaf takes a line of some 40 characters: room for them all, once.
-  if (pass.outermost()) ReserveMore(*out, 40 * unique_ids);
+  // A printed leaf takes a line of some 40 characters: the top-level call (indent 0) makes room
+  // for them all, once.
+  if (indent == 0) ReserveMore(*out, 40 * unique_ids);
   out->append("{\n");
   for (const RecordField<const BaseConstruct>& field : fields) {
     // "<blanks><name> = " in one step.
