@@ -2,6 +2,7 @@
 // record rules, on small hand-written constructs.
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <random>
 #include <string>
 #include <vector>
@@ -165,6 +166,17 @@ TEST(ConfigBuilderTest, GuardsItsCapacity) {
   ConfigBuilder odd;
   odd.set(1, 3);
   EXPECT_DEATH(odd.to_bytes(), "check-fail: Size must be a multiple of 8, got 3");
+  // Widths too large to add to the cursor stop before anything is written.
+  EXPECT_DEATH(ConfigBuilder().set(0, INT64_MAX),
+               "Can't advance offset to illegal position 9223372036854775807");
+  ConfigBuilder near_end;
+  near_end.advance(100);
+  EXPECT_DEATH(near_end.set(1, INT64_MAX - 50), "illegal position 9223372036854775807");
+  EXPECT_DEATH(near_end.advance(INT64_MAX), "illegal position 9223372036854775807");
+  // A cursor moved below 0 is refused in the same words, not by the standard library.
+  ConfigBuilder below;
+  below.set(0, -8);
+  EXPECT_DEATH(below.to_bytes(), "check-fail: Size must be a multiple of 8, got -8");
 }
 
 TEST(ConfigBuilderTest, BytesToBitsAppends) {

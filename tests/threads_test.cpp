@@ -1,7 +1,7 @@
 // The threading contract: after set_arch (and the first ArchSpec::get on the choosing thread), the
 // constants, features and constraints are read from any thread; distinct records are parsed, built,
-// walked and printed unregistered in parallel. Registration and the table of field locations stay on
-// one thread. Run under ThreadSanitizer by the `tsan` preset.
+// walked and printed unregistered in parallel. Registration and the table of field locations stay
+// on one thread. Run under ThreadSanitizer by the `tsan` preset.
 #include <gtest/gtest.h>
 
 #include <atomic>

@@ -1,6 +1,7 @@
 #include "compiler/arch_spec/ConfigBuilder.h"
 
 #include <algorithm>
+#include <cstdint>
 
 #include "compiler/arch_spec/Logging.h"
 
@@ -17,20 +18,35 @@ void ConfigBuilder::set(uint64_t value, int64_t nbits) {
   put(value, nbits > 64 ? 64 : static_cast<int>(nbits));
 }
 
+namespace {
+
+// cursor + nbits, held at the largest value where the sum would not fit: a position that far is
+// illegal all the same, and the failure can say so without overflowing.
+int64_t PositionAfter(int64_t cursor, int64_t nbits) {
+  int64_t position;
+  if (__builtin_add_overflow(cursor, nbits, &position)) {
+    return nbits > 0 ? INT64_MAX : INT64_MIN;
+  }
+  return position;
+}
+
+}  // namespace
+
 void ConfigBuilder::advance(int64_t nbits) {
-  const int64_t position = cursor_ + nbits;
+  const int64_t position = PositionAfter(cursor_, nbits);
   check(static_cast<uint64_t>(position) < static_cast<uint64_t>(kCapacityBits),
         "Can't advance offset to illegal position {}", position);
   cursor_ = position;
 }
 
 void ConfigBuilder::ensure_room(int64_t nbits) const {
-  const int64_t end = cursor_ + nbits;
+  const int64_t end = PositionAfter(cursor_, nbits);
   check(cursor_ >= 0 && end <= kCapacityBits, "Can't advance offset to illegal position {}", end);
 }
 
 std::vector<uint8_t> ConfigBuilder::to_bytes() const {
-  check(cursor_ % 8 == 0, "Size must be a multiple of 8, got {}", cursor_);
+  // A cursor moved below 0 (set with a negative width) is no size either.
+  check(cursor_ >= 0 && cursor_ % 8 == 0, "Size must be a multiple of 8, got {}", cursor_);
   std::vector<uint8_t> bytes(static_cast<size_t>(cursor_ / 8));
   // Turned around, a word holds its first position at bit 63: its bytes, from the top down, are the
   // next eight bytes of the stream.

@@ -259,9 +259,10 @@ namespace constructs_internal {
 // Appends `value` in decimal, without a temporary string.
 void AppendDecimal(std::string* out, uint64_t value);
 
-// While a metadata pass runs (a record's CollectFields or CollectPatches, outermost first), the paths of the constructs above the leaves are built once each and kept, so that a
-// leaf's Name() is its parent's path and its own name. Nothing changes the table's names or
-// parents during such a pass; the kept paths are dropped when the outermost pass ends.
+// While a metadata pass runs (a record's CollectFields or CollectPatches, outermost first), the
+// paths of the constructs above the leaves are built once each and kept, so that a leaf's Name() is
+// its parent's path and its own name. Nothing changes the table's names or parents during such a
+// pass; the kept paths are dropped when the outermost pass ends.
 class MetadataPass {
  public:
   MetadataPass();
