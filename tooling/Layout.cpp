@@ -10,6 +10,33 @@ Layout::Layout(std::string record, uint32_t bits, std::vector<Leaf> leaves)
     : record_(std::move(record)), bits_(bits), leaves_(std::move(leaves)) {
   index_.reserve(leaves_.size());
   for (size_t i = 0; i < leaves_.size(); ++i) index_.emplace(leaves_[i].path, i);
+  // A leaf's path is pieces: "simd_structIn", "[0]", "[4]", ".stage_opcode". Each piece is a
+  // member of the branch that the path before it names: a record before ".member", an array before
+  // "[index]"; the tile's record is the branch "".
+  for (size_t i = 0; i < leaves_.size(); ++i) {
+    const std::string& path = leaves_[i].path;
+    size_t begin = 0;
+    while (begin < path.size()) {
+      size_t end = begin + 1;
+      while (end < path.size() && path[end] != '.' && path[end] != '[') ++end;
+      auto [found, inserted] = branches_.try_emplace(path.substr(0, begin));
+      Branch& branch = found->second;
+      if (inserted) branch.first_leaf = i;
+      if (path[begin] == '[') {
+        branch.array = true;
+        const uint32_t index = static_cast<uint32_t>(std::stoul(path.substr(begin + 1)));
+        branch.elements = std::max(branch.elements, index + 1);
+      } else {
+        const size_t name = path[begin] == '.' ? begin + 1 : begin;
+        const std::string_view member(path.data() + name, end - name);
+        // Fields follow one another in bit order, so a member repeats only right after itself.
+        if (branch.members.empty() || branch.members.back() != member) {
+          branch.members.emplace_back(member);
+        }
+      }
+      begin = end;
+    }
+  }
 }
 
 std::optional<size_t> Layout::Find(std::string_view path) const {
@@ -26,6 +53,11 @@ std::optional<size_t> Layout::LeafAtBit(uint32_t bit) const {
   const Leaf& leaf = *(it - 1);
   if (bit >= leaf.offset + leaf.width) return std::nullopt;
   return static_cast<size_t>(it - 1 - leaves_.begin());
+}
+
+const Branch* Layout::FindBranch(std::string_view path) const {
+  const auto it = branches_.find(std::string(path));
+  return it == branches_.end() ? nullptr : &it->second;
 }
 
 std::string Layout::Nearest(std::string_view path) const {

@@ -22,6 +22,14 @@ struct Leaf {
   std::optional<uint32_t> reg_hi;  // register of the bits from 32 up, for leaves above 32 bits
 };
 
+// A record or an array above leaves: what a path that is not a leaf's names.
+struct Branch {
+  bool array = false;                // an array: its members are "[0]" to "[elements - 1]"
+  uint32_t elements = 0;             // an array's number of elements
+  std::vector<std::string> members;  // a record's member names, in bit order
+  size_t first_leaf = 0;             // the first leaf below it, in bit order
+};
+
 class Layout {
  public:
   Layout() = default;
@@ -43,12 +51,16 @@ class Layout {
   std::optional<size_t> LeafAtBit(uint32_t bit) const;
   // The path most like `path`, for "did you mean" hints; empty if the layout has no leaves.
   std::string Nearest(std::string_view path) const;
+  // The record or array that `path` names ("" is the tile's record), or null: a leaf's path, or a
+  // path of nothing, names no branch.
+  const Branch* FindBranch(std::string_view path) const;
 
  private:
   std::string record_;
   uint32_t bits_ = 0;
   std::vector<Leaf> leaves_;
   std::unordered_map<std::string_view, size_t> index_;  // views into leaves_[i].path
+  std::unordered_map<std::string, Branch> branches_;
 };
 
 // The largest value a leaf of `width` bits holds.

@@ -97,6 +97,40 @@ TEST_P(TileTest, LeavesTileTheRecordInBitOrderWithUniquePathsAndRegisters) {
   EXPECT_EQ(next_bit, layout.bits());
 }
 
+// From the tile's record down through records' members and arrays' elements, the branches reach
+// every leaf once, and nothing else.
+TEST_P(TileTest, BranchesLeadToEveryLeaf) {
+  const Layout& layout = record_->layout();
+  std::vector<std::string> open = {""};
+  size_t leaves = 0;
+  while (!open.empty()) {
+    const std::string path = open.back();
+    open.pop_back();
+    const Branch* branch = layout.FindBranch(path);
+    ASSERT_NE(branch, nullptr) << path;
+    EXPECT_EQ(layout.leaves()[branch->first_leaf].path.rfind(path, 0), 0u) << path;
+    std::vector<std::string> members;
+    if (branch->array) {
+      EXPECT_TRUE(branch->members.empty()) << path;
+      for (uint32_t i = 0; i < branch->elements; ++i) {
+        members.push_back(path + "[" + std::to_string(i) + "]");
+      }
+    } else {
+      for (const std::string& m : branch->members)
+        members.push_back(path.empty() ? m : path + "." + m);
+    }
+    for (const std::string& member : members) {
+      if (layout.Find(member).has_value()) {
+        ++leaves;
+        EXPECT_EQ(layout.FindBranch(member), nullptr) << member;
+      } else {
+        open.push_back(member);
+      }
+    }
+  }
+  EXPECT_EQ(leaves, layout.leaves().size());
+}
+
 TEST_P(TileTest, EachLeafHoldsItsValueAtItsOffsetMostSignificantFirst) {
   const std::vector<uint64_t> values = RandomValues(1);
   const std::string bits = record_->WriteBits(values);
