@@ -84,13 +84,13 @@ json Answer(const T& value) {
 const std::vector<Accessor> kAccessors = {
 #define ZU_SPEC_CONSTANT(kind, type, accessor, answered) \
   {#accessor, #type, ARCHSPEC_KIND_##kind, answered,     \
-   [] { return Answer(zu::spec::arch_constants()->accessor()); }},
+   [](const Answers& a) { return Answer(a.constants->accessor()); }},
 #define ZU_SPEC_FEATURE(type, accessor)               \
   {#accessor, #type, AccessorKind::kFeature, nullptr, \
-   [] { return Answer(zu::spec::arch_features()->accessor()); }},
+   [](const Answers& a) { return Answer(a.features->accessor()); }},
 #define ZU_SPEC_CONSTRAINT(type, accessor)               \
   {#accessor, #type, AccessorKind::kConstraint, nullptr, \
-   [] { return Answer(zu::spec::arch_constraints()->accessor()); }},
+   [](const Answers& a) { return Answer(a.constraints->accessor()); }},
 #include "compiler/arch_spec/gen/ArchConstantsIndex.inc"
 #undef ZU_SPEC_CONSTANT
 #undef ZU_SPEC_FEATURE
@@ -161,7 +161,21 @@ bool IsAnswered(const Accessor& accessor, const zu::spec::ArchVersion& version) 
   return column >= 0 && accessor.answered[column] == '1';
 }
 
-json ReadAccessor(const Accessor& accessor) { return accessor.read(); }
+Answers ChosenAnswers() {
+  return {zu::spec::arch_constants(), zu::spec::arch_features(), zu::spec::arch_constraints()};
+}
+
+OwnedAnswers::OwnedAnswers(const zu::spec::GenerationRow& generation)
+    : generation_(generation),
+      constants_(generation.make_constants()),
+      features_(generation.make_features()),
+      constraints_(generation.make_constraints()) {}
+
+json ReadAccessor(const Accessor& accessor) { return accessor.read(ChosenAnswers()); }
+
+json ReadAccessor(const Accessor& accessor, const Answers& answers) {
+  return accessor.read(answers);
+}
 
 std::string ValueText(const json& value) {
   if (value.is_null()) return "none";
@@ -169,9 +183,13 @@ std::string ValueText(const json& value) {
 }
 
 NamedValue ResolveEnumerant(std::string_view name) {
+  return ResolveEnumerantOf(name, zu::spec::ArchSpec::arch(), ChosenAnswers());
+}
+
+NamedValue ResolveEnumerantOf(std::string_view name, const zu::spec::ArchVersion& version,
+                              const Answers& answers) {
   NamedValue out;
   const Accessor* accessor = FindAccessor(name);
-  const zu::spec::ArchVersion& version = zu::spec::ArchSpec::arch();
   if (accessor == nullptr) {
     const AccessorKind enumerants = AccessorKind::kEnum;
     out.error = "no enumerant named " + std::string(name);
@@ -189,7 +207,7 @@ NamedValue ResolveEnumerant(std::string_view name) {
         "enumerant " + std::string(name) + " is not answered by " + GenerationLabel(version);
     return out;
   }
-  out.value = ReadAccessor(*accessor).get<uint64_t>();
+  out.value = ReadAccessor(*accessor, answers).get<uint64_t>();
   return out;
 }
 

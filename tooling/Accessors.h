@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -12,10 +13,36 @@
 
 #include "Sparse.h"
 #include "compiler/arch_spec/ArchVersion.h"
+#include "compiler/arch_spec/gen/ArchConstants.h"
+#include "compiler/arch_spec/gen/GenerationTable.h"
 
 namespace archspec {
 
 enum class AccessorKind { kScalar, kEnum, kContainer, kFeature, kConstraint };
+
+// The three answering objects of one generation.
+struct Answers {
+  const zu::spec::ArchConstants* constants = nullptr;
+  const zu::spec::ArchFeatures* features = nullptr;
+  const zu::spec::ArchConstraints* constraints = nullptr;
+};
+// Those of the generation set with ArchSpec::set_arch (which this builds, if need be).
+Answers ChosenAnswers();
+
+// A generation's own answering objects, made from its row of the table of generations: so that
+// several generations are read side by side in one process, apart from ArchSpec's one choice.
+class OwnedAnswers {
+ public:
+  explicit OwnedAnswers(const zu::spec::GenerationRow& generation);
+  const zu::spec::GenerationRow& generation() const { return generation_; }
+  Answers answers() const { return {constants_.get(), features_.get(), constraints_.get()}; }
+
+ private:
+  const zu::spec::GenerationRow& generation_;
+  std::unique_ptr<zu::spec::ArchConstants> constants_;
+  std::unique_ptr<zu::spec::ArchFeatures> features_;
+  std::unique_ptr<zu::spec::ArchConstraints> constraints_;
+};
 
 // "parameter", "enumerant", "container", "feature", "constraint".
 const char* KindName(AccessorKind kind);
@@ -27,7 +54,7 @@ struct Accessor {
   // Constants only: one character per generation with answers, in the order of the table of
   // generations, '1' where it answers.
   const char* answered;
-  nlohmann::json (*read)();  // calls the accessor on the object of the selected generation
+  nlohmann::json (*read)(const Answers&);  // calls the accessor on the generation's object
 };
 
 // All accessors in interface order: constants (parameters, enumerants, containers), then
@@ -42,11 +69,16 @@ bool IsAnswered(const Accessor& accessor, const zu::spec::ArchVersion& version);
 
 // The value of an answered accessor for the generation set with ArchSpec::set_arch.
 nlohmann::json ReadAccessor(const Accessor& accessor);
+// The value of an accessor that `answers`' generation answers.
+nlohmann::json ReadAccessor(const Accessor& accessor, const Answers& answers);
 // The value as one line of text: numbers and booleans as such, "none" for an absent optional,
 // containers and aggregates in JSON form.
 std::string ValueText(const nlohmann::json& value);
 
 // Resolves enumerant names in sparse listings for the generation set with ArchSpec::set_arch.
 NamedValue ResolveEnumerant(std::string_view name);
+// The same for the generation `version` whose objects are `answers`.
+NamedValue ResolveEnumerantOf(std::string_view name, const zu::spec::ArchVersion& version,
+                              const Answers& answers);
 
 }  // namespace archspec
