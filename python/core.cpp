@@ -1,0 +1,449 @@
+// archspec._core: the library and its tooling layer, for the Python package `archspec`.
+//
+// Everything a caller hands in is checked here, through the tooling layer's own checks, before it
+// reaches the library: a bad name, path, value, bit text or listing raises a Python exception and
+// never meets a fatal check of the library. The Python-facing shapes (navigation by attribute,
+// mappings of answers) are in archspec/__init__.py.
+#include <pybind11/pybind11.h>
+#include <pybind11/stl.h>
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Accessors.h"
+#include "BitText.h"
+#include "Diagnostic.h"
+#include "Layout.h"
+#include "Nearest.h"
+#include "Sparse.h"
+#include "Tile.h"
+#include "compiler/arch_spec/ArchVersion.h"
+#include "compiler/arch_spec/gen/GenerationTable.h"
+
+namespace py = pybind11;
+
+namespace archspec {
+namespace {
+
+using zu::spec::ArchVersion;
+using zu::spec::GenerationRow;
+
+// An accessor that the generation does not answer: archspec.NotAnswered, a LookupError.
+struct NotAnswered : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+// Text that a caller gave, as a message quotes it: cut if long, so that a bad megabyte is not
+// echoed whole.
+std::string Quoted(const std::string& text) {
+  if (text.size() <= 120) return text;
+  return text.substr(0, 100) + "... (" + std::to_string(text.size()) + " characters)";
+}
+
+py::object ToPython(const nlohmann::json& value) {
+  switch (value.type()) {
+    case nlohmann::json::value_t::null:
+      return py::none();
+    case nlohmann::json::value_t::boolean:
+      return py::bool_(value.get<bool>());
+    case nlohmann::json::value_t::number_unsigned:
+      return py::int_(value.get<uint64_t>());
+    case nlohmann::json::value_t::number_integer:
+      return py::int_(value.get<int64_t>());
+    case nlohmann::json::value_t::number_float:
+      return py::float_(value.get<double>());
+    case nlohmann::json::value_t::string:
+      return py::str(value.get<std::string>());
+    case nlohmann::json::value_t::array: {
+      py::list out;
+      for (const nlohmann::json& element : value) out.append(ToPython(element));
+      return out;
+    }
+    case nlohmann::json::value_t::object: {
+      py::dict out;
+      for (const auto& [key, element] : value.items()) out[py::str(key)] = ToPython(element);
+      return out;
+    }
+    default:
+      return py::none();
+  }
+}
+
+// One generation: its row of the table of generations and its own answering objects, so that any
+// number of generations are read side by side.
+class Generation {
+ public:
+  explicit Generation(const GenerationRow& row) : row_(row), answers_(row) {}
+
+  const GenerationRow& row() const { return row_; }
+  archspec::Answers answers() const { return answers_.answers(); }
+  std::string Label() const { return GenerationLabel(row_.version); }
+
+  // The accessors of one kind ("constants", "features", "constraints") that this generation
+  // answers, in interface order.
+  std::vector<std::string> Names(const std::string& family) const {
+    std::vector<std::string> names;
+    for (const Accessor& accessor : AllAccessors()) {
+      if (Family(accessor) == family && IsAnswered(accessor, row_.version)) {
+        names.push_back(accessor.name);
+      }
+    }
+    return names;
+  }
+
+  bool Answered(const std::string& family, const std::string& name) const {
+    const Accessor* accessor = FindAccessor(name);
+    return accessor != nullptr && Family(*accessor) == family &&
+           IsAnswered(*accessor, row_.version);
+  }
+
+  py::object Value(const std::string& family, const std::string& name) const {
+    const Accessor* accessor = FindAccessor(name);
+    if (accessor == nullptr || Family(*accessor) != family) {
+      std::string message = "no " + Singular(family) + " named " + Quoted(name);
+      if (name.size() <= 256) {
+        NearestName nearest(name);
+        for (const Accessor& a : AllAccessors()) {
+          if (Family(a) == family) nearest.Offer(a.name);
+        }
+        if (!nearest.Best().empty()) message += "; did you mean " + nearest.Best() + "?";
+      }
+      throw py::key_error(message);
+    }
+    if (!IsAnswered(*accessor, row_.version)) {
+      throw NotAnswered(name + " is not answered by " + Label());
+    }
+    return ToPython(ReadAccessor(*accessor, answers()));
+  }
+
+  // The code of an enumerant that a field is given by name.
+  uint64_t Code(const std::string& name) const {
+    const NamedValue named = ResolveEnumerantOf(name, row_.version, answers());
+    if (named.value.has_value()) return *named.value;
+    if (FindAccessor(name) != nullptr && FindAccessor(name)->kind == AccessorKind::kEnum) {
+      throw NotAnswered(named.error);
+    }
+    throw py::key_error(named.error);
+  }
+
+ private:
+  static std::string Family(const Accessor& accessor) {
+    switch (accessor.kind) {
+      case AccessorKind::kFeature:
+        return "features";
+      case AccessorKind::kConstraint:
+        return "constraints";
+      default:
+        return "constants";
+    }
+  }
+  static std::string Singular(const std::string& family) {
+    return family == "constants" ? "constant" : family.substr(0, family.size() - 1);
+  }
+
+  const GenerationRow& row_;
+  OwnedAnswers answers_;
+};
+
+std::shared_ptr<Generation> GenerationNamed(const std::string& name) {
+  static std::map<const GenerationRow*, std::shared_ptr<Generation>> made;
+  std::string error;
+  const ArchVersion version = ArchVersion::expect_parse(name, error);
+  if (version.major == 0) throw py::value_error(error);  // the library's own words
+  const GenerationRow* row = FindGeneration(version);
+  if (row == nullptr || !row->has_answers()) {
+    throw py::value_error(GenerationLabel(version) + " has no answers");
+  }
+  std::shared_ptr<Generation>& generation = made[row];
+  if (generation == nullptr) generation = std::make_shared<Generation>(*row);
+  return generation;
+}
+
+const TileType& FindTile(const std::string& name) {
+  const TileType* tile = FindTileType(name);
+  if (tile == nullptr) {
+    throw py::value_error("unknown tile '" + Quoted(name) + "'; the tiles are " + TileNames());
+  }
+  return *tile;
+}
+
+// The record of a tile of a generation, made once per process and shared by every Tile of it:
+// a tile's values are its own, the record only carries them through Parse and Build.
+TileRecord& SharedRecord(const Generation& generation, const TileType& tile) {
+  static std::map<std::pair<const GenerationRow*, const TileType*>, std::unique_ptr<TileRecord>>
+      records;
+  std::unique_ptr<TileRecord>& record = records[{&generation.row(), &tile}];
+  if (record == nullptr) {
+    record = TileRecord::Create(generation.row().version, tile);
+    if (record == nullptr) {
+      throw py::value_error(generation.Label() + " has no tile records");
+    }
+  }
+  return *record;
+}
+
+std::string Messages(const std::vector<Diagnostic>& errors) {
+  std::string out;
+  for (const Diagnostic& error : errors) {
+    if (!out.empty()) out += "\n";
+    if (error.line > 0) {
+      out += "line " + std::to_string(error.line);
+      if (error.column > 0) out += ", column " + std::to_string(error.column);
+      out += ": ";
+    }
+    out += error.message;
+  }
+  return out;
+}
+
+// One configuration of a tile: a value per leaf of its layout, in bit order.
+class Tile {
+ public:
+  Tile(std::shared_ptr<Generation> generation, const TileType& tile)
+      : generation_(std::move(generation)),
+        tile_(tile),
+        record_(&SharedRecord(*generation_, tile)),
+        values_(record_->layout().leaves().size(), 0) {}
+
+  static Tile FromBits(std::shared_ptr<Generation> generation, const std::string& tile_name,
+                       const std::string& text) {
+    Tile tile(std::move(generation), FindTile(tile_name));
+    const BitsResult bits = ReadBitText(text, tile.layout().bits(), tile.record_->Describe());
+    if (!bits.ok()) throw py::value_error(Messages(bits.errors));
+    tile.values_ = tile.record_->ReadBits(bits.bits);
+    return tile;
+  }
+
+  static Tile FromBytes(std::shared_ptr<Generation> generation, const std::string& tile_name,
+                        const py::bytes& data) {
+    Tile tile(std::move(generation), FindTile(tile_name));
+    const BitsResult bits =
+        ReadBitBytes(std::string(data), tile.layout().bits(), tile.record_->Describe());
+    if (!bits.ok()) throw py::value_error(Messages(bits.errors));
+    tile.values_ = tile.record_->ReadBits(bits.bits);
+    return tile;
+  }
+
+  static Tile FromSparse(std::shared_ptr<Generation> generation, const std::string& tile_name,
+                         const std::string& listing) {
+    Tile tile(std::move(generation), FindTile(tile_name));
+    const Generation& g = *tile.generation_;
+    SparseResult read = ReadSparse(listing, tile.layout(), [&g](std::string_view name) {
+      return ResolveEnumerantOf(name, g.row().version, g.answers());
+    });
+    if (!read.ok()) throw py::value_error(Messages(read.errors));
+    tile.values_ = std::move(read.values);
+    return tile;
+  }
+
+  const Layout& layout() const { return record_->layout(); }
+  const Generation& generation() const { return *generation_; }
+  std::shared_ptr<Generation> generation_ptr() const { return generation_; }
+  const TileType& tile() const { return tile_; }
+
+  // The leaf of `path`, or a KeyError that says what the path names instead.
+  size_t LeafOf(const std::string& path) const {
+    if (const std::optional<size_t> leaf = layout().Find(path)) return *leaf;
+    if (const Branch* branch = layout().FindBranch(path)) {
+      throw py::key_error(Quoted(path) + " is " + (branch->array ? "an array" : "a record") +
+                          " of " + layout().record() + ", not a leaf; its first leaf is " +
+                          layout().leaves()[branch->first_leaf].path);
+    }
+    std::string message = "unknown path " + Quoted(path) + " in " + layout().record();
+    if (path.size() <= 256) {
+      const std::string nearest = layout().Nearest(path);
+      if (!nearest.empty()) message += "; did you mean " + nearest + "?";
+    }
+    throw py::key_error(message);
+  }
+
+  uint64_t Get(const std::string& path) const { return values_[LeafOf(path)]; }
+
+  // Stores a value given as an int or as the name of an enumerant of the generation.
+  void Set(const std::string& path, const py::handle& value) {
+    const size_t leaf = LeafOf(path);
+    const Leaf& where = layout().leaves()[leaf];
+    uint64_t number;
+    if (py::isinstance<py::str>(value)) {
+      number = generation_->Code(value.cast<std::string>());
+    } else if (py::isinstance<py::int_>(value)) {
+      const py::int_ integer = py::reinterpret_borrow<py::int_>(value);
+      if (integer < py::int_(0)) {
+        throw py::value_error("value " + py::str(value).cast<std::string>() + " of " + path +
+                              " is negative; fields hold unsigned numbers");
+      }
+      if (py::int_(integer.attr("bit_length")()).cast<uint64_t>() > where.width) {
+        throw py::value_error("value " + Quoted(py::str(value).cast<std::string>()) +
+                              " does not fit in " + std::to_string(where.width) + " bits of " +
+                              path);
+      }
+      number = integer.cast<uint64_t>();
+    } else {
+      throw py::type_error("the value of " + path + " must be an int or an enumerant name, not " +
+                           py::str(py::type::of(value).attr("__name__")).cast<std::string>());
+    }
+    if (number > MaxValue(where.width)) {
+      throw py::value_error("value " + std::to_string(number) + " does not fit in " +
+                            std::to_string(where.width) + " bits of " + path);
+    }
+    values_[leaf] = number;
+  }
+
+  // What a path that is not a leaf names: (is an array, elements, members), or None.
+  py::object BranchOf(const std::string& path) const {
+    const Branch* branch = layout().FindBranch(path);
+    if (branch == nullptr) return py::none();
+    return py::make_tuple(branch->array, branch->elements, branch->members);
+  }
+
+  std::string ToBits() { return record_->WriteBits(values_); }
+  py::bytes ToBytes() {
+    const std::vector<uint8_t> bytes = record_->WriteBytes(values_);
+    return py::bytes(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+  }
+  std::string ToSparse() const { return WriteSparse(layout(), values_, {Header()}); }
+  std::string ToTree() { return record_->WriteTree(values_); }
+  // "archspec mk43 pcu": the header of a listing written for this generation and tile.
+  std::string Header() const {
+    return std::string("archspec ") + generation_->row().product_name + " " + tile_.name;
+  }
+
+  py::tuple Paths() const {
+    const std::vector<Leaf>& leaves = layout().leaves();
+    py::tuple paths(leaves.size());
+    for (size_t i = 0; i < leaves.size(); ++i) paths[i] = py::str(leaves[i].path);
+    return paths;
+  }
+
+  py::list LayoutRows() const {
+    py::list rows;
+    for (const Leaf& leaf : layout().leaves()) {
+      rows.append(py::make_tuple(leaf.path, leaf.offset, leaf.width, leaf.reg_lo,
+                                 leaf.reg_hi.has_value() ? py::cast(*leaf.reg_hi) : py::none()));
+    }
+    return rows;
+  }
+
+  // The leaf that holds `bit`, which bit of its value that is, and which register word.
+  py::tuple Where(int64_t bit) const {
+    if (bit < 0 || bit >= static_cast<int64_t>(layout().bits())) {
+      throw py::index_error("bit " + std::to_string(bit) + " lies outside " + record_->Describe() +
+                            ", which has bits 0 to " + std::to_string(layout().bits() - 1));
+    }
+    const size_t index = *layout().LeafAtBit(static_cast<uint32_t>(bit));
+    const Leaf& leaf = layout().leaves()[index];
+    // The leaf's bits stand most significant first: its first bit is value bit width - 1.
+    const uint32_t value_bit = leaf.width - 1 - (static_cast<uint32_t>(bit) - leaf.offset);
+    const bool high = value_bit >= 32;
+    return py::make_tuple(leaf.path, leaf.offset, leaf.width, value_bit,
+                          high ? leaf.reg_hi.value_or(0) : leaf.reg_lo,
+                          high ? value_bit - 32 : value_bit);
+  }
+
+  // {path: value} in bit order, of every leaf or of those not 0; `paths` is Paths(), which the
+  // package keeps, so that no path is made into a Python string again.
+  py::dict Values(const py::tuple& paths, bool nonzero_only) const {
+    py::dict out;
+    for (size_t i = 0; i < values_.size(); ++i) {
+      if (nonzero_only && values_[i] == 0) continue;
+      out[paths[i]] = py::int_(values_[i]);
+    }
+    return out;
+  }
+
+  py::list Diff(const Tile& other) const {
+    if (&other.layout() != &layout() || other.generation_ != generation_) {
+      throw py::value_error("cannot compare " + Describe() + " with " + other.Describe());
+    }
+    py::list out;
+    for (size_t i = 0; i < values_.size(); ++i) {
+      if (values_[i] != other.values_[i]) {
+        out.append(py::make_tuple(layout().leaves()[i].path, values_[i], other.values_[i]));
+      }
+    }
+    return out;
+  }
+
+  bool Equals(const Tile& other) const {
+    return other.generation_ == generation_ && &other.tile_ == &tile_ && other.values_ == values_;
+  }
+
+  std::string Describe() const { return std::string(tile_.name) + " of " + generation_->Label(); }
+  const std::vector<uint64_t>& values() const { return values_; }
+
+ private:
+  std::shared_ptr<Generation> generation_;
+  const TileType& tile_;
+  TileRecord* record_;
+  std::vector<uint64_t> values_;
+};
+
+}  // namespace
+}  // namespace archspec
+
+PYBIND11_MODULE(_core, m) {
+  using namespace archspec;
+  m.doc() = "The architecture library and its tooling layer; use the package archspec.";
+  py::register_exception<NotAnswered>(m, "NotAnswered", PyExc_LookupError);
+
+  m.def("generations", [] {
+    py::list rows;
+    for (const GenerationRow& row : zu::spec::GenerationTable()) {
+      rows.append(py::make_tuple(row.version.to_string(), row.product_name, row.code_name,
+                                 row.records, row.selectable, row.has_answers()));
+    }
+    return rows;
+  });
+  m.def("tile_names", [] {
+    std::vector<std::string> names;
+    for (const TileType& tile : TileTypes()) names.push_back(tile.name);
+    return names;
+  });
+
+  py::class_<Generation, std::shared_ptr<Generation>>(m, "Generation")
+      .def_static("find", &GenerationNamed)
+      .def_property_readonly("version",
+                             [](const Generation& g) { return g.row().version.to_string(); })
+      .def_property_readonly("product", [](const Generation& g) { return g.row().product_name; })
+      .def_property_readonly("code_name", [](const Generation& g) { return g.row().code_name; })
+      .def_property_readonly("records", [](const Generation& g) { return g.row().records; })
+      .def_property_readonly("selectable", [](const Generation& g) { return g.row().selectable; })
+      .def_property_readonly("label", &Generation::Label)
+      .def("names", &Generation::Names)
+      .def("answers", &Generation::Answered)
+      .def("value", &Generation::Value)
+      .def("code", &Generation::Code);
+
+  py::class_<Tile>(m, "Tile")
+      .def(py::init([](std::shared_ptr<Generation> generation, const std::string& tile) {
+        return Tile(std::move(generation), FindTile(tile));
+      }))
+      .def_static("from_bits", &Tile::FromBits)
+      .def_static("from_bytes", &Tile::FromBytes)
+      .def_static("from_sparse", &Tile::FromSparse)
+      .def_property_readonly("generation", &Tile::generation_ptr)
+      .def_property_readonly("tile", [](const Tile& t) { return t.tile().name; })
+      .def_property_readonly("record", [](const Tile& t) { return t.layout().record(); })
+      .def_property_readonly("bits", [](const Tile& t) { return t.layout().bits(); })
+      .def_property_readonly("leaves", [](const Tile& t) { return t.layout().leaves().size(); })
+      .def("get", &Tile::Get)
+      .def("set", &Tile::Set)
+      .def("branch", &Tile::BranchOf)
+      .def("to_bits", &Tile::ToBits)
+      .def("to_bytes", &Tile::ToBytes)
+      .def("to_sparse", &Tile::ToSparse)
+      .def("to_tree", &Tile::ToTree)
+      .def("paths", &Tile::Paths)
+      .def("layout", &Tile::LayoutRows)
+      .def("where", &Tile::Where)
+      .def("values", &Tile::Values)
+      .def("diff", &Tile::Diff)
+      .def("equals", &Tile::Equals)
+      .def("copy", [](const Tile& t) { return Tile(t); })
+      .def("describe", &Tile::Describe);
+}
