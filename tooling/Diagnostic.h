@@ -1,4 +1,5 @@
-// One complaint about an input file, with the place it refers to.
+// One complaint about an input file, with the place it refers to; and how text taken from the
+// input is echoed in complaints.
 #pragma once
 
 #include <cstddef>
@@ -15,5 +16,22 @@ struct Diagnostic {
 
 // "prog.sparse:7: error: ...", "prog.bits:1:17: error: ..." or "prog.bits: error: ...".
 std::string FormatDiagnostic(std::string_view file, const Diagnostic& diagnostic);
+
+// How much a run spends on faults. A "did you mean" hint compares a name with every known name,
+// which costs about a millisecond, and a thousand complaints help no one more than twenty.
+struct ReportLimits {
+  size_t max_errors = 20;  // complaints shown; a reader stops there, a command counts the rest
+  size_t max_hints = 5;    // unknown names, from the first on, that get a "did you mean" hint
+};
+
+// The longest piece of input text that complaints echo whole.
+inline constexpr size_t kEchoBytes = 200;
+
+// Text from an input as a complaint echoes it: control bytes, NUL, DEL, bytes that are not UTF-8
+// and invisible or direction-changing characters (a byte-order mark, a zero-width space) written
+// as escapes ("\x00", "\t", "\u{feff}"), so that what is shown is what was read; and text longer
+// than `max_bytes` cut at a character boundary and marked with its length,
+// "simd_structIn[0]...  (1048576 bytes)".
+std::string EchoText(std::string_view text, size_t max_bytes = kEchoBytes);
 
 }  // namespace archspec

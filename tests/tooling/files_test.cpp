@@ -1,0 +1,144 @@
+// Reading and writing files with every failure reported, and how complaints echo input.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "Diagnostic.h"
+#include "Files.h"
+
+namespace archspec {
+namespace {
+
+namespace fs = std::filesystem;
+
+class FilesTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    std::string pattern = testing::TempDir() + "/archspec_files_XXXXXX";
+    ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
+    dir_ = pattern;
+  }
+  void TearDown() override { fs::remove_all(dir_); }
+
+  std::string Path(const char* name) const { return (dir_ / name).string(); }
+  static std::string Contents(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  }
+  static void Put(const std::string& path, const std::string& data) {
+    std::ofstream(path, std::ios::binary) << data;
+  }
+  size_t Entries() const {
+    return static_cast<size_t>(std::distance(fs::directory_iterator(dir_), {}));
+  }
+
+  fs::path dir_;
+};
+
+TEST_F(FilesTest, ReadsAFileUpToItsLimitAndNoFurther) {
+  constexpr InputLimit kSixteen{16, "a test file"};
+  Put(Path("exact"), std::string(16, 'x'));
+  const InputResult exact = ReadInput(Path("exact"), kSixteen);
+  ASSERT_TRUE(exact.ok()) << exact.error;
+  EXPECT_EQ(exact.data, std::string(16, 'x'));
+
+  Put(Path("over"), std::string(17, 'x'));
+  const InputResult over = ReadInput(Path("over"), kSixteen);
+  EXPECT_EQ(over.error, "cannot read " + Path("over") +
+                            ": 17 bytes, more than the 16 that a test file may take");
+  EXPECT_TRUE(over.data.empty());
+
+  // Endless input ends at the limit.
+  const InputResult endless = ReadInput("/dev/zero", kSixteen);
+  EXPECT_EQ(endless.error,
+            "cannot read /dev/zero: more than 16 bytes, the most a test file may take; stopped "
+            "reading there");
+}
+
+TEST_F(FilesTest, ReportsWhatCannotBeReadAsAFile) {
+  EXPECT_EQ(ReadInput(dir_.string(), kListingLimit).error,
+            "cannot read " + dir_.string() + ": Is a directory");
+  EXPECT_EQ(ReadInput(Path("missing"), kListingLimit).error,
+            "cannot read " + Path("missing") + ": No such file or directory");
+  EXPECT_EQ(InputName("-"), "<stdin>");
+  EXPECT_EQ(InputName("a\nb"), "a\\nb");
+}
+
+TEST_F(FilesTest, WritesANewFileWithTheUsualModeAndLeavesNothingBeside) {
+  const std::string out = Path("out.bits");
+  ASSERT_EQ(WriteFileWhole(out, "0101\n"), std::nullopt);
+  EXPECT_EQ(Contents(out), "0101\n");
+  const mode_t mask = ::umask(0);
+  ::umask(mask);
+  struct stat status {};
+  ASSERT_EQ(::stat(out.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777, 0666 & ~mask);
+  EXPECT_EQ(Entries(), 1u);
+}
+
+TEST_F(FilesTest, ReplacesAFileKeepingItsModeAndALinkToIt) {
+  const std::string target = Path("target.bits");
+  Put(target, "old");
+  ASSERT_EQ(::chmod(target.c_str(), 0640), 0);
+  const std::string link = Path("link.bits");
+  fs::create_symlink(target, link);
+  ASSERT_EQ(WriteFileWhole(link, "new"), std::nullopt);
+  EXPECT_TRUE(fs::is_symlink(link));
+  EXPECT_EQ(Contents(target), "new");
+  EXPECT_EQ(fs::status(target).permissions(),
+            fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read);
+  EXPECT_EQ(Entries(), 2u);
+}
+
+TEST_F(FilesTest, RefusesWhatCannotBeWrittenAndLeavesItAsItWas) {
+  EXPECT_EQ(WriteFileWhole(dir_.string(), "x"),
+            "cannot write " + dir_.string() + ": Is a directory");
+  EXPECT_EQ(WriteFileWhole(Path("no_dir/out.bits"), "x"),
+            "cannot write " + Path("no_dir/out.bits") + ": No such file or directory");
+  EXPECT_EQ(Entries(), 0u);
+  // A device is written, never replaced.
+  ASSERT_EQ(WriteFileWhole("/dev/null", "x"), std::nullopt);
+  EXPECT_TRUE(fs::is_character_file("/dev/null"));
+  EXPECT_EQ(WriteFileWhole("/dev/full", "x"), "cannot write /dev/full: No space left on device");
+
+  const int full = ::open("/dev/full", O_WRONLY);
+  ASSERT_GE(full, 0);
+  EXPECT_EQ(WriteAll(full, "x"), "No space left on device");
+  ::close(full);
+}
+
+TEST(EchoText, ShowsEveryByteThatWouldNotPrintAsAnEscape) {
+  struct Case {
+    std::string text;
+    const char* shown;
+  };
+  const Case cases[] = {
+      {"simd_structIn[0][4].stage_opcode", "simd_structIn[0][4].stage_opcode"},
+      {std::string("a\0b", 3), "a\\x00b"},
+      {"tab\there\r\n", "tab\\there\\r\\n"},
+      {"\x1b[31mred\x7f", "\\x1b[31mred\\x7f"},
+      {"caf\xc3\xa9 \xe2\x86\x92 ok", "caf\xc3\xa9 \xe2\x86\x92 ok"},
+      {"\xef\xbb\xbfpath", "\\u{feff}path"},
+      {"zero\xe2\x80\x8bwidth", "zero\\u{200b}width"},
+      {"\xff\xfe bad \xc3", "\\xff\\xfe bad \\xc3"},
+      {"\xc0\xaf overlong", "\\xc0\\xaf overlong"},
+  };
+  for (const Case& c : cases) EXPECT_EQ(EchoText(c.text), c.shown) << c.shown;
+}
+
+TEST(EchoText, CutsLongTextAtACharacterAndSaysHowLongItWas) {
+  EXPECT_EQ(EchoText(std::string(1 << 20, 'a'), 8), "aaaaaaaa... (1048576 bytes)");
+  // A two-byte character that does not fit whole is left out.
+  EXPECT_EQ(EchoText("abcdefg\xc3\xa9xyz", 8), "abcdefg... (12 bytes)");
+  EXPECT_EQ(EchoText("12345678", 8), "12345678");
+}
+
+}  // namespace
+}  // namespace archspec

@@ -1,0 +1,52 @@
+// Reading and writing the files of configurations and listings with every failure reported:
+// input is read with checked system calls and refused past a size that no real file reaches
+// (so that /dev/zero or a pipe that never ends neither hangs a run nor fills its memory), and
+// output is written whole or not at all.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace archspec {
+
+// The most a file of one kind may hold, and how a refusal names that kind.
+struct InputLimit {
+  size_t bytes;
+  const char* what;
+};
+
+// The text form of a configuration: at most 50000 bits (the library's bit buffer), with room for
+// blanks and line ends between them.
+inline constexpr InputLimit kBitTextLimit{1 << 20, "the text form of a configuration"};
+// The packed form: 6250 bytes for 50000 bits, with room to say how wrong a size is.
+inline constexpr InputLimit kBitBytesLimit{1 << 16, "the packed form of a configuration"};
+// A sparse listing: a few lines per leaf of the largest tile, with comments.
+inline constexpr InputLimit kListingLimit{4 << 20, "a sparse listing"};
+
+struct InputResult {
+  std::string data;
+  std::string error;  // set on failure: "cannot read x.bits: Is a directory"
+  bool ok() const { return error.empty(); }
+};
+
+// "<stdin>" for "-", else the path as complaints echo it.
+std::string InputName(std::string_view path);
+
+// The whole of the file at `path`, or of standard input for "-". Fails on any error of open or
+// read (a directory, a closed standard input), and as soon as more than `limit.bytes` have come,
+// reading no further.
+InputResult ReadInput(const std::string& path, const InputLimit& limit);
+
+// Writes all of `data` to the open descriptor `fd`, through short writes and interruptions.
+// Returns the reason on failure ("No space left on device").
+std::optional<std::string> WriteAll(int fd, std::string_view data);
+
+// Writes `data` to `path` whole or not at all: into a new file beside it, renamed over `path` once
+// everything is written, so that a failure leaves `path` as it was and an input may be rewritten
+// in place. A path that is not a regular file (a device, a pipe) is written directly. Returns the
+// complaint on failure ("cannot write out.bits: Permission denied").
+std::optional<std::string> WriteFileWhole(const std::string& path, std::string_view data);
+
+}  // namespace archspec
