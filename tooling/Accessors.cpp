@@ -4,6 +4,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "Diagnostic.h"
 #include "Nearest.h"
 #include "Tile.h"
 #include "compiler/arch_spec/ArchSpec.h"
@@ -182,33 +183,60 @@ std::string ValueText(const json& value) {
   return value.dump();
 }
 
+namespace {
+
+// The code of the enumerant `name` for `version`, or why there is none. For an unknown name, the
+// search for the nearest enumerant is left in `nearest`.
+NamedValue LookUpEnumerant(std::string_view name, const zu::spec::ArchVersion& version,
+                           const Answers& answers) {
+  NamedValue out;
+  const std::string shown = EchoText(name);
+  const Accessor* accessor = FindAccessor(name);
+  if (accessor == nullptr) {
+    out.error = "no enumerant named " + shown;
+    out.nearest = [key = std::string(name)] {
+      const AccessorKind enumerants = AccessorKind::kEnum;
+      return NearestAccessor(key, &enumerants);
+    };
+    return out;
+  }
+  if (accessor->kind != AccessorKind::kEnum) {
+    out.error = shown + " is a " + KindName(accessor->kind) +
+                ", not an enumerant: write its value as a number";
+    return out;
+  }
+  if (!IsAnswered(*accessor, version)) {
+    out.error = "enumerant " + shown + " is not answered by " + GenerationLabel(version);
+    return out;
+  }
+  out.value = ReadAccessor(*accessor, answers).get<uint64_t>();
+  return out;
+}
+
+}  // namespace
+
 NamedValue ResolveEnumerant(std::string_view name) {
   return ResolveEnumerantOf(name, zu::spec::ArchSpec::arch(), ChosenAnswers());
 }
 
 NamedValue ResolveEnumerantOf(std::string_view name, const zu::spec::ArchVersion& version,
                               const Answers& answers) {
-  NamedValue out;
-  const Accessor* accessor = FindAccessor(name);
-  if (accessor == nullptr) {
-    const AccessorKind enumerants = AccessorKind::kEnum;
-    out.error = "no enumerant named " + std::string(name);
-    const std::string nearest = NearestAccessor(name, &enumerants);
+  NamedValue out = LookUpEnumerant(name, version, answers);
+  if (out.nearest) {
+    const std::string nearest = out.nearest();
     if (!nearest.empty()) out.error += "; did you mean " + nearest + "?";
-    return out;
+    out.nearest = nullptr;
   }
-  if (accessor->kind != AccessorKind::kEnum) {
-    out.error = std::string(name) + " is a " + KindName(accessor->kind) +
-                ", not an enumerant: write its value as a number";
-    return out;
-  }
-  if (!IsAnswered(*accessor, version)) {
-    out.error =
-        "enumerant " + std::string(name) + " is not answered by " + GenerationLabel(version);
-    return out;
-  }
-  out.value = ReadAccessor(*accessor, answers).get<uint64_t>();
   return out;
+}
+
+NameResolver EnumerantResolver(const zu::spec::ArchVersion& version, const Answers& answers) {
+  return
+      [version, answers](std::string_view name) { return LookUpEnumerant(name, version, answers); };
+}
+
+NameResolver EnumerantResolver() {
+  return EnumerantResolver(zu::spec::ArchSpec::arch(), ChosenAnswers());
 }
 
 }  // namespace archspec

@@ -80,5 +80,11 @@ NamedValue ResolveEnumerant(std::string_view name);
 // The same for the generation `version` whose objects are `answers`.
 NamedValue ResolveEnumerantOf(std::string_view name, const zu::spec::ArchVersion& version,
                               const Answers& answers);
+// A resolver of the enumerant names of `version` (whose objects are `answers`) for ReadSparse
+// that leaves the "did you mean" search to the reader, which runs it for the first few unknown
+// names only: a listing with thousands of misspelt names is refused in milliseconds.
+NameResolver EnumerantResolver(const zu::spec::ArchVersion& version, const Answers& answers);
+// The same for the generation set with ArchSpec::set_arch.
+NameResolver EnumerantResolver();
 
 }  // namespace archspec

@@ -18,10 +18,10 @@ struct BitsResult {
   bool ok() const { return errors.empty(); }
 };
 
-// Reads the text form. Blanks, tabs and line ends are layout and are skipped; any other character
-// than '0' and '1' is an error that names its line, column and bit position. The number of bits
-// must be `expected_bits`; `what` names the record in that message (e.g. "pcu_config_struct of
-// mk43").
+// Reads the text form. A leading UTF-8 byte-order mark, blanks, tabs and line ends are layout and
+// are skipped; any other character than '0' and '1' is an error that names its line, column and
+// bit position. The number of bits must be `expected_bits`; `what` names the record in that
+// message (e.g. "pcu_config_struct of mk43").
 BitsResult ReadBitText(std::string_view text, size_t expected_bits, std::string_view what);
 
 // Reads the packed form: exactly ceil(expected_bits / 8) bytes, padding bits 0.

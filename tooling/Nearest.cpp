@@ -33,7 +33,9 @@ void NearestName::Offer(std::string_view candidate) {
   // could not beat the best so far.
   const size_t limit = Limit();
   if (length_gap > limit || (any_ && length_gap >= best_distance_)) return;
-  const size_t distance = EditDistance(target_, candidate, limit);
+  // Only a candidate closer than the best so far is kept: the comparison may stop sooner.
+  const size_t distance =
+      EditDistance(target_, candidate, any_ ? std::min(limit, best_distance_ - 1) : limit);
   if (distance > limit) return;
   if (!any_ || distance < best_distance_) {
     best_ = std::string(candidate);

@@ -1,5 +1,6 @@
 #include "Sparse.h"
 
+#include <algorithm>
 #include <cctype>
 #include <exception>
 
@@ -12,6 +13,32 @@ std::string_view Trim(std::string_view s) {
   while (!s.empty() && IsBlank(s.front())) s.remove_prefix(1);
   while (!s.empty() && IsBlank(s.back())) s.remove_suffix(1);
   return s;
+}
+
+bool SameIgnoringCase(std::string_view a, std::string_view b) {
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) {
+    return std::tolower(static_cast<unsigned char>(x)) ==
+           std::tolower(static_cast<unsigned char>(y));
+  });
+}
+
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+
+std::string_view SkipByteOrderMark(std::string_view text) {
+  if (text.substr(0, kByteOrderMark.size()) == kByteOrderMark) {
+    text.remove_prefix(kByteOrderMark.size());
+  }
+  return text;
+}
+
+// The next blank-separated word of `text`, taken off its front.
+std::string_view NextWord(std::string_view& text) {
+  text = Trim(text);
+  size_t end = 0;
+  while (end < text.size() && !IsBlank(text[end])) ++end;
+  const std::string_view word = text.substr(0, end);
+  text.remove_prefix(end);
+  return word;
 }
 
 bool IsNameStart(char c) { return std::isalpha(static_cast<unsigned char>(c)) || c == '_'; }
@@ -47,11 +74,14 @@ std::optional<uint64_t> ParseNumber(std::string_view text, bool& overflow) {
 
 class Reader {
  public:
-  Reader(const Layout& layout, const NameResolver& names, size_t max_errors)
-      : layout_(layout), names_(names), max_errors_(max_errors) {
+  Reader(const Layout& layout, const NameResolver& names, const ReportLimits& limits)
+      : layout_(layout), names_(names), limits_(limits) {
     result_.values.assign(layout.leaves().size(), 0);
+    result_.assigned.assign(layout.leaves().size(), false);
     first_line_.assign(layout.leaves().size(), 0);
   }
+
+  void ReadHeader(std::string_view text) { result_.header = ReadListingHeader(text); }
 
   void ReadLine(size_t line, std::string_view text) {
     const size_t hash = text.find('#');
@@ -61,32 +91,27 @@ class Reader {
 
     const size_t equals = text.find('=');
     if (equals == std::string_view::npos) {
-      return Fail(line, "expected 'path = value', found '" + std::string(text) + "'");
+      return Fail(line, "expected 'path = value', found '" + EchoText(text) + "'");
     }
     const std::string_view path = Trim(text.substr(0, equals));
     const std::string_view value_text = Trim(text.substr(equals + 1));
     if (path.empty()) return Fail(line, "missing the path before '='");
     if (value_text.empty()) {
-      return Fail(line, "missing the value after '=' for " + std::string(path));
+      return Fail(line, "missing the value after '=' for " + EchoText(path));
     }
     for (char c : value_text) {
       if (IsBlank(c) || c == '=') {
-        return Fail(line, "unexpected text after the value of " + std::string(path) + ": '" +
-                              std::string(value_text) + "'");
+        return Fail(line, "unexpected text after the value of " + EchoText(path) + ": '" +
+                              EchoText(value_text) + "'");
       }
     }
 
     const std::optional<size_t> leaf_index = layout_.Find(path);
-    if (!leaf_index.has_value()) {
-      std::string message = "unknown path " + std::string(path) + " in " + layout_.record();
-      const std::string nearest = layout_.Nearest(path);
-      if (!nearest.empty()) message += "; did you mean " + nearest + "?";
-      return Fail(line, message);
-    }
+    if (!leaf_index.has_value()) return Fail(line, UnknownPath(path));
     const Leaf& leaf = layout_.leaves()[*leaf_index];
 
     // The value as written, and what it stands for when it is a name.
-    std::string shown(value_text);
+    std::string shown = EchoText(value_text);
     uint64_t value = 0;
     if (IsNameStart(value_text.front())) {
       if (!names_) {
@@ -94,8 +119,14 @@ class Reader {
                     "no enumerant names are known here, found " + shown + " for " + leaf.path);
       }
       NamedValue named = names_(value_text);
-      if (!named.value.has_value())
-        return Fail(line, leaf.path + " = " + shown + ": " + named.error);
+      if (!named.value.has_value()) {
+        std::string message = leaf.path + " = " + shown + ": " + named.error;
+        if (named.nearest && TakeHint()) {
+          const std::string nearest = named.nearest();
+          if (!nearest.empty()) message += "; did you mean " + nearest + "?";
+        }
+        return Fail(line, message);
+      }
       value = *named.value;
       shown += " = " + std::to_string(value);
     } else if (value_text.front() == '-') {
@@ -126,18 +157,22 @@ class Reader {
     }
     first_line_[*leaf_index] = line;
     result_.values[*leaf_index] = value;
+    result_.assigned[*leaf_index] = true;
   }
 
   bool GaveUp() const { return gave_up_; }
 
   SparseResult Finish() {
-    if (!result_.ok()) result_.values.assign(layout_.leaves().size(), 0);
+    if (!result_.ok()) {
+      result_.values.assign(layout_.leaves().size(), 0);
+      result_.assigned.assign(layout_.leaves().size(), false);
+    }
     return std::move(result_);
   }
 
   void Fail(size_t line, std::string message) {
     if (gave_up_) return;
-    if (result_.errors.size() >= max_errors_) {
+    if (result_.errors.size() >= limits_.max_errors) {
       result_.errors.push_back({line, 0, "too many errors; stopping here"});
       gave_up_ = true;
       return;
@@ -146,9 +181,37 @@ class Reader {
   }
 
  private:
+  // Whether one more "did you mean" search fits the budget of this listing.
+  bool TakeHint() {
+    if (hints_ >= limits_.max_hints) return false;
+    ++hints_;
+    return true;
+  }
+
+  // Why `path` names no leaf: it names a record or an array above leaves, or nothing.
+  std::string UnknownPath(std::string_view path) {
+    const std::string shown = EchoText(path);
+    if (const Branch* branch = layout_.FindBranch(path)) {
+      const std::string what = branch->array
+                                   ? "an array of " + std::to_string(branch->elements) +
+                                         (branch->elements == 1 ? " element" : " elements")
+                                   : std::string("a record");
+      return shown + " is " + what + " in " + layout_.record() +
+             ", not a leaf: assign its leaves, such as " +
+             layout_.leaves()[branch->first_leaf].path;
+    }
+    std::string message = "unknown path " + shown + " in " + layout_.record();
+    if (TakeHint()) {
+      const std::string nearest = layout_.Nearest(path);
+      if (!nearest.empty()) message += "; did you mean " + nearest + "?";
+    }
+    return message;
+  }
+
   const Layout& layout_;
   const NameResolver& names_;
-  size_t max_errors_;
+  ReportLimits limits_;
+  size_t hints_ = 0;
   SparseResult result_;
   std::vector<size_t> first_line_;  // per leaf: the line that assigned it, 0 if none yet
   bool gave_up_ = false;
@@ -158,9 +221,18 @@ class Reader {
 
 SparseResult ReadSparse(std::string_view text, const Layout& layout, const NameResolver& names,
                         size_t max_errors) noexcept {
+  ReportLimits limits;
+  limits.max_errors = max_errors;
+  return ReadSparse(text, layout, names, limits);
+}
+
+SparseResult ReadSparse(std::string_view text, const Layout& layout, const NameResolver& names,
+                        const ReportLimits& limits) noexcept {
   size_t line = 0;
   try {
-    Reader reader(layout, names, max_errors);
+    Reader reader(layout, names, limits);
+    text = SkipByteOrderMark(text);
+    reader.ReadHeader(text);
     while (!reader.GaveUp()) {
       ++line;
       const size_t end = text.find('\n');
@@ -191,6 +263,38 @@ std::string Hex(uint64_t value) {
   std::string out = "0x";
   while (n > 0) out += buffer[--n];
   return out;
+}
+
+std::string ListingHeaderText(std::string_view generation, std::string_view tile) {
+  std::string out = "archspec ";
+  out.append(generation).append(" ").append(tile);
+  return out;
+}
+
+std::optional<ListingHeader> ReadListingHeader(std::string_view text) {
+  text = SkipByteOrderMark(text);
+  std::string_view line = text.substr(0, text.find('\n'));
+  line = Trim(line);
+  if (line.empty() || line.front() != '#') return std::nullopt;
+  line.remove_prefix(1);
+  if (NextWord(line) != "archspec") return std::nullopt;
+  ListingHeader header;
+  header.generation = NextWord(line);
+  header.tile = NextWord(line);
+  if (header.tile.empty() || !Trim(line).empty()) return std::nullopt;
+  return header;
+}
+
+std::optional<Diagnostic> CheckListingHeader(const std::optional<ListingHeader>& header,
+                                             std::string_view generation, std::string_view tile) {
+  if (!header.has_value()) return std::nullopt;
+  if (SameIgnoringCase(header->generation, generation) && SameIgnoringCase(header->tile, tile)) {
+    return std::nullopt;
+  }
+  return Diagnostic{1, 0,
+                    "the listing is for " + EchoText(header->generation) + " " +
+                        EchoText(header->tile) + " (its header says so), not for " +
+                        std::string(generation) + " " + std::string(tile)};
 }
 
 std::string WriteSparse(const Layout& layout, const std::vector<uint64_t>& values,

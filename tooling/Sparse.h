@@ -1,15 +1,24 @@
 // The sparse listing of a tile configuration: one `path = value` line per non-zero leaf.
 //
+//   # archspec mk43 pcu
 //   # stage 0 of context 0 multiplies and adds
 //   simd_structIn[0][0].stage_opcode = stage_opcode_alu_op_madd
 //   common_structIn.udc_init_value[0] = 4
 //
 // A value is decimal, `0x` hexadecimal, or the name of an enumerant accessor of the generation in
 // force. Lines may come in any order; `#` starts a comment; blank lines are allowed; a leaf that is
-// not named is 0. So a line deleted or moved still leaves a valid configuration.
+// not named is 0. So a line deleted or moved still leaves a valid configuration. A UTF-8
+// byte-order mark before the first line is skipped.
 //
-// The written form is canonical: the non-zero leaves in bit order, each value in lower-case `0x`
-// hexadecimal, so that two configurations are equal exactly when their listings are identical.
+// A first line `# archspec GENERATION TILE` is the listing's header: it says what the listing was
+// written for, so that a reader can refuse a listing of another generation or tile. A listing
+// without it is read all the same.
+//
+// The written form is canonical: the header, then the non-zero leaves in bit order, each value in
+// lower-case `0x` hexadecimal, so that two configurations are equal exactly when their listings
+// are identical.
+//
+// Read as a change (a delta), a listing sets the leaves it names and leaves the others alone.
 //
 // Reading neither exits nor throws: every fault comes back as a Diagnostic naming its line.
 #pragma once
@@ -30,26 +39,56 @@ namespace archspec {
 struct NamedValue {
   std::optional<uint64_t> value;
   std::string error;  // set when `value` is empty, e.g. "no enumerant named ..."
+  // For a name that is unknown, the search for the known name most like it, empty if there is
+  // none. The search compares the name with every known name, so the reader runs it only for the
+  // first few unknown names (ReportLimits::max_hints) and adds "; did you mean X?" to `error`.
+  std::function<std::string()> nearest = nullptr;
 };
 using NameResolver = std::function<NamedValue(std::string_view name)>;
 
+// What a listing's header says it was written for.
+struct ListingHeader {
+  std::string generation;  // as written: "mk43"
+  std::string tile;        // as written: "pcu"
+};
+
 struct SparseResult {
-  std::vector<uint64_t> values;    // one per leaf of the layout, in its order; all 0 on failure
-  std::vector<Diagnostic> errors;  // in line order; empty if the listing is valid
+  std::vector<uint64_t> values;  // one per leaf of the layout, in its order; all 0 on failure
+  std::vector<bool> assigned;    // one per leaf: whether a line names it; all false on failure
+  std::optional<ListingHeader> header;  // the header, when the first line is one
+  std::vector<Diagnostic> errors;       // in line order; empty if the listing is valid
   bool ok() const { return errors.empty(); }
 };
 
 // Reads a listing against `layout`. Names in value position go to `names` (which may be empty:
-// then every name is refused). Stops collecting after `max_errors` faults.
+// then every name is refused). Stops after `limits.max_errors` faults, and looks for "did you
+// mean" hints for the first `limits.max_hints` unknown paths and names only.
 SparseResult ReadSparse(std::string_view text, const Layout& layout, const NameResolver& names,
-                        size_t max_errors = 20) noexcept;
+                        const ReportLimits& limits) noexcept;
+// As above, with hints for the first few unknown names.
+SparseResult ReadSparse(std::string_view text, const Layout& layout, const NameResolver& names,
+                        size_t max_errors = ReportLimits{}.max_errors) noexcept;
 
 // The canonical listing of `values` (one per leaf of `layout`), after the comment lines of
 // `header` (each written as "# line"). With `all`, zero leaves are written too.
 std::string WriteSparse(const Layout& layout, const std::vector<uint64_t>& values,
                         const std::vector<std::string>& header = {}, bool all = false);
 
-// "0x1f": the one value format of the written listing.
+// "0x1f": the one value format of the written listing, and of values in JSON.
 std::string Hex(uint64_t value);
+
+// "archspec mk43 pcu": the header line, without its "# ", for a listing of `tile` of the
+// generation with product name `generation`.
+std::string ListingHeaderText(std::string_view generation, std::string_view tile);
+
+// The header in the first line of `text` (after a byte-order mark), if that line is one:
+// "#", "archspec", a generation and a tile, separated by blanks, and nothing else.
+std::optional<ListingHeader> ReadListingHeader(std::string_view text);
+
+// Whether a listing with `header` may be read for `tile` of the generation `generation` (product
+// names and tile names in any case). Empty if so, or if there is no header; else the complaint,
+// on line 1: "the listing is for mk44 pcu (its header says so), not for mk43 pcu".
+std::optional<Diagnostic> CheckListingHeader(const std::optional<ListingHeader>& header,
+                                             std::string_view generation, std::string_view tile);
 
 }  // namespace archspec

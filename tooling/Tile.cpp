@@ -4,6 +4,7 @@
 #include <cctype>
 #include <map>
 
+#include "Sparse.h"
 #include "compiler/arch_spec/ConfigBuilder.h"
 
 namespace archspec {
@@ -128,20 +129,24 @@ std::unique_ptr<TileRecord> TileRecord::Create(const ArchVersion& version, const
                                                zu::spec::UniqueId first_id) {
   const RecordClass* record_class = FindTileRecord(RecordNamespace(version), tile);
   if (record_class == nullptr) return nullptr;
-  return std::unique_ptr<TileRecord>(
-      new TileRecord(tile, *record_class, GenerationLabel(version), first_id));
+  return std::unique_ptr<TileRecord>(new TileRecord(version, tile, *record_class, first_id));
 }
 
-TileRecord::TileRecord(const TileType& tile, const RecordClass& record_class, std::string label,
-                       zu::spec::UniqueId first_id)
-    : tile_(tile),
+TileRecord::TileRecord(const ArchVersion& version, const TileType& tile,
+                       const RecordClass& record_class, zu::spec::UniqueId first_id)
+    : version_(version),
+      tile_(tile),
       class_(record_class),
-      label_(std::move(label)),
+      label_(GenerationLabel(version)),
       first_id_(first_id),
       root_(record_class.make()),
       layout_(LayoutOf(record_class, *root_, first_id)) {}
 
 std::string TileRecord::Describe() const { return std::string(class_.name) + " of " + label_; }
+
+std::string TileRecord::ListingHeaderLine() const {
+  return ListingHeaderText(version_.to_product_name_string(), tile_.name);
+}
 
 std::vector<uint64_t> TileRecord::ReadBits(const std::string& bits) {
   size_t position = 0;

@@ -46,10 +46,13 @@ class TileRecord {
                                             const TileType& tile, zu::spec::UniqueId first_id = 0);
 
   const TileType& tile() const { return tile_; }
+  const zu::spec::ArchVersion& version() const { return version_; }
   const RecordClass& record_class() const { return class_; }
   const Layout& layout() const { return *layout_; }
   // "pcu_config_struct of mk43 (ry)".
   std::string Describe() const;
+  // "archspec mk43 pcu": the header line of listings of this tile and generation.
+  std::string ListingHeaderLine() const;
 
   // The leaf values of a configuration read from its text form (exactly layout().bits() '0'/'1').
   std::vector<uint64_t> ReadBits(const std::string& bits);
@@ -61,11 +64,12 @@ class TileRecord {
   std::string WriteTree(const std::vector<uint64_t>& values);
 
  private:
-  TileRecord(const TileType& tile, const RecordClass& record_class, std::string label,
-             zu::spec::UniqueId first_id);
+  TileRecord(const zu::spec::ArchVersion& version, const TileType& tile,
+             const RecordClass& record_class, zu::spec::UniqueId first_id);
   // Stores `values` (one per leaf, each fitting its width) into the record.
   void Load(const std::vector<uint64_t>& values);
 
+  zu::spec::ArchVersion version_;
   const TileType& tile_;
   const RecordClass& class_;
   std::string label_;

@@ -10,33 +10,10 @@
 #include "Layout.h"
 #include "Nearest.h"
 #include "Sparse.h"
+#include "small_layout.h"
 
 namespace archspec {
 namespace {
-
-// A record of 5 + 6 + 3x1 + 64 + 2 = 80 bits, laid out as the library lays out arrays: the
-// highest element first.
-Layout SmallLayout() {
-  std::vector<Leaf> leaves = {
-      {"stage_opcode", 0, 5, 0, std::nullopt}, {"lanes[0][1].sel", 5, 6, 1, std::nullopt},
-      {"mask[2]", 11, 1, 2, std::nullopt},     {"mask[1]", 12, 1, 3, std::nullopt},
-      {"mask[0]", 13, 1, 4, std::nullopt},     {"base", 14, 64, 5, 6},
-      {"tail", 78, 2, 7, std::nullopt},
-  };
-  return Layout("small_struct", 80, std::move(leaves));
-}
-
-NamedValue Names(std::string_view name) {
-  if (name == "op_add") return {3, ""};
-  if (name == "op_wide") return {64, ""};
-  return {std::nullopt, "no enumerant named " + std::string(name)};
-}
-
-std::string Errors(const SparseResult& result) {
-  std::string out;
-  for (const Diagnostic& d : result.errors) out += FormatDiagnostic("t.sparse", d) + "\n";
-  return out;
-}
 
 TEST(SparseRead, TakesAssignmentsInAnyOrderWithCommentsAndBlankLines) {
   const Layout layout = SmallLayout();
@@ -136,6 +113,21 @@ INSTANTIATE_TEST_SUITE_P(
                 "t.sparse:1: error: value 12ab of tail is neither a number (decimal or 0x "
                 "hexadecimal) nor an enumerant name"},
         BadLine{"tail 1", "t.sparse:1: error: expected 'path = value', found 'tail 1'"},
+        // A record or an array is no leaf: the message names one below it.
+        BadLine{"lanes[0][1] = 1",
+                "t.sparse:1: error: lanes[0][1] is a record in small_struct, not a leaf: assign "
+                "its leaves, such as lanes[0][1].sel"},
+        BadLine{"mask = 1",
+                "t.sparse:1: error: mask is an array of 3 elements in small_struct, not a leaf: "
+                "assign its leaves, such as mask[2]"},
+        BadLine{"lanes = 0",
+                "t.sparse:1: error: lanes is an array of 1 element in small_struct, not a leaf: "
+                "assign its leaves, such as lanes[0][1].sel"},
+        // Echoed text shows what was read, control bytes included.
+        BadLine{"ta\x01il = 1",
+                "t.sparse:1: error: unknown path ta\\x01il in small_struct; did you mean tail?"},
+        BadLine{"tail = 1\t2",
+                "t.sparse:1: error: unexpected text after the value of tail: '1\\t2'"},
         BadLine{"= 1", "t.sparse:1: error: missing the path before '='"},
         BadLine{"tail =  # to do", "t.sparse:1: error: missing the value after '=' for tail"}));
 
@@ -147,6 +139,104 @@ TEST(SparseRead, ReportsEveryFaultUpToTheLimit) {
   ASSERT_EQ(result.errors.size(), 6u);
   EXPECT_EQ(result.errors[4].line, 5u);
   EXPECT_EQ(result.errors[5].message, "too many errors; stopping here");
+}
+
+TEST(SparseRead, SaysWhichLeavesALineAssignsZeroIncluded) {
+  const Layout layout = SmallLayout();
+  const SparseResult result = ReadSparse("mask[1] = 0\ntail = 2\n", layout, Names);
+  ASSERT_TRUE(result.ok()) << Errors(result);
+  EXPECT_EQ(result.assigned, (std::vector<bool>{false, false, false, true, false, false, true}));
+  const SparseResult refused = ReadSparse("mask[1] = 0\ntail = 9\n", layout, Names);
+  EXPECT_EQ(refused.assigned, std::vector<bool>(7, false)) << "a refused listing assigns nothing";
+}
+
+TEST(SparseRead, SkipsAByteOrderMarkBeforeTheFirstLineOnly) {
+  const Layout layout = SmallLayout();
+  const SparseResult first = ReadSparse("\xEF\xBB\xBFtail = 1\n", layout, Names);
+  ASSERT_TRUE(first.ok()) << Errors(first);
+  EXPECT_EQ(first.values.back(), 1u);
+  // Elsewhere the mark is part of the path, and shown so that the path does not look right.
+  const SparseResult later = ReadSparse(
+      "tail = 1\n\xEF\xBB\xBF"
+      "base = 1\n",
+      layout, Names);
+  ASSERT_EQ(later.errors.size(), 1u);
+  EXPECT_EQ(later.errors[0].message,
+            "unknown path \\u{feff}base in small_struct; did you mean base?");
+}
+
+TEST(SparseRead, HintsOnlyTheFirstUnknownPathsAndNames) {
+  const Layout layout = SmallLayout();
+  int searches = 0;
+  const NameResolver counting = [&](std::string_view name) {
+    NamedValue out{std::nullopt, "no enumerant named " + std::string(name)};
+    out.nearest = [&searches] {
+      ++searches;
+      return std::string("op_add");
+    };
+    return out;
+  };
+  ReportLimits limits;
+  limits.max_hints = 2;
+  const SparseResult result = ReadSparse(
+      "stage_opcde = 1\ntail = op_ad\nbse = 1\nmask[0] = op_ad\n", layout, counting, limits);
+  ASSERT_EQ(result.errors.size(), 4u);
+  EXPECT_EQ(result.errors[0].message,
+            "unknown path stage_opcde in small_struct; did you mean stage_opcode?");
+  EXPECT_EQ(result.errors[1].message,
+            "tail = op_ad: no enumerant named op_ad; did you mean op_add?");
+  EXPECT_EQ(result.errors[2].message, "unknown path bse in small_struct");
+  EXPECT_EQ(result.errors[3].message, "mask[0] = op_ad: no enumerant named op_ad");
+  EXPECT_EQ(searches, 1) << "a name past the budget is not searched for";
+}
+
+TEST(ListingHeader, IsTheFirstLineNamingAGenerationAndATile) {
+  struct Case {
+    const char* text;
+    const char* generation;  // null: no header
+    const char* tile;
+  };
+  const Case cases[] = {
+      {"# archspec mk43 pcu\nx = 1\n", "mk43", "pcu"},
+      {"\xEF\xBB\xBF#archspec  MK44\tswitch  \r\n", "MK44", "switch"},
+      {"# archspec mk43 pcu", "mk43", "pcu"},
+      {"# archspec mk43\n", nullptr, nullptr},
+      {"# archspec mk43 pcu and more\n", nullptr, nullptr},
+      {"\n# archspec mk43 pcu\n", nullptr, nullptr},
+      {"# archspecs mk43 pcu\n", nullptr, nullptr},
+      {"archspec mk43 pcu\n", nullptr, nullptr},
+      {"# PCU program for mk43\n", nullptr, nullptr},
+      {"", nullptr, nullptr},
+  };
+  for (const Case& c : cases) {
+    const std::optional<ListingHeader> header = ReadListingHeader(c.text);
+    if (c.generation == nullptr) {
+      EXPECT_FALSE(header.has_value()) << c.text;
+      continue;
+    }
+    ASSERT_TRUE(header.has_value()) << c.text;
+    EXPECT_EQ(header->generation, c.generation);
+    EXPECT_EQ(header->tile, c.tile);
+  }
+}
+
+TEST(ListingHeader, IsWrittenReadAndCheckedInAnyCase) {
+  const Layout layout = SmallLayout();
+  const std::string text =
+      WriteSparse(layout, {0, 0, 0, 0, 0, 0, 1}, {ListingHeaderText("mk43", "pcu")});
+  EXPECT_EQ(text, "# archspec mk43 pcu\ntail = 0x1\n");
+  const SparseResult read = ReadSparse(text, layout, Names);
+  ASSERT_TRUE(read.ok()) << Errors(read);
+  ASSERT_TRUE(read.header.has_value());
+  EXPECT_FALSE(CheckListingHeader(read.header, "MK43", "PCU").has_value());
+  EXPECT_FALSE(CheckListingHeader(std::nullopt, "mk43", "pcu").has_value());
+
+  const std::optional<Diagnostic> generation = CheckListingHeader(read.header, "mk44", "pcu");
+  ASSERT_TRUE(generation.has_value());
+  EXPECT_EQ(FormatDiagnostic("d.sparse", *generation),
+            "d.sparse:1: error: the listing is for mk43 pcu (its header says so), not for mk44 "
+            "pcu");
+  EXPECT_TRUE(CheckListingHeader(read.header, "mk43", "pmu").has_value());
 }
 
 TEST(SparseRead, WithoutResolverRefusesNames) {

@@ -157,10 +157,14 @@ TEST_P(TileTest, BitsBytesAndListingsRoundTrip) {
   EXPECT_EQ(unpacked.substr(0, bits.size()), bits);
   EXPECT_EQ(unpacked.substr(bits.size()), std::string(unpacked.size() - bits.size(), '0'));
 
-  const std::string listing = WriteSparse(record_->layout(), values);
+  const std::string listing =
+      WriteSparse(record_->layout(), values, {record_->ListingHeaderLine()});
   const SparseResult back = ReadSparse(listing, record_->layout(), nullptr);
   ASSERT_TRUE(back.ok());
   EXPECT_EQ(back.values, values);
+  // The header names this tile and generation, and no other.
+  EXPECT_FALSE(CheckListingHeader(back.header, GetParam().arch, GetParam().tile->name).has_value());
+  EXPECT_TRUE(CheckListingHeader(back.header, GetParam().arch, "no_tile").has_value());
 }
 
 TEST_P(TileTest, TreeIsTheLibrarysPrintedFormOfTheRegisteredRecord) {
@@ -234,6 +238,28 @@ TEST_P(AccessorTest, EnumerantNamesResolveToTheirCodesOrSayWhyNot) {
     EXPECT_EQ(fp8.error,
               "enumerant alu_format_enum_fp8_143a is not answered by " + GenerationLabel(version_));
   }
+}
+
+TEST_P(AccessorTest, ListingsSearchForHintsForTheFirstUnknownNamesOnly) {
+  const NamedValue lazy = EnumerantResolver()("stage_opcode_alu_op_mx");
+  EXPECT_EQ(lazy.error, "no enumerant named stage_opcode_alu_op_mx");
+  ASSERT_TRUE(lazy.nearest);
+  EXPECT_EQ(lazy.nearest(), "stage_opcode_alu_op_max");
+
+  // A thousand misspelt names and paths: the first few get hints, the reader stops at its limit.
+  const std::unique_ptr<TileRecord> pcu = TileRecord::Create(version_, *FindTileType("pcu"));
+  std::string text;
+  for (int i = 0; i < 500; ++i) {
+    text += "simd_structIn[0][0].stage_opcode = stage_opcode_alu_op_mx\n";
+    text += "simd_structIn[0][0].stage_opcod = 1\n";
+  }
+  const SparseResult result = ReadSparse(text, pcu->layout(), EnumerantResolver(), ReportLimits{});
+  ASSERT_EQ(result.errors.size(), ReportLimits{}.max_errors + 1);
+  size_t hints = 0;
+  for (const Diagnostic& error : result.errors) {
+    hints += error.message.find("did you mean") != std::string::npos;
+  }
+  EXPECT_EQ(hints, ReportLimits{}.max_hints);
 }
 
 INSTANTIATE_TEST_SUITE_P(Generations, AccessorTest,
