@@ -1,18 +1,21 @@
 // archspec: inspects what the architecture library knows about a chip generation, and reads,
-// writes, explains and compares tile configurations.
+// writes, patches, explains and compares tile configurations.
 //
-// Exit status: 0 on success, 1 for bad data (an input file, an unanswered or unknown accessor),
-// 2 for bad usage (options, an unknown generation or tile), and for `diff --exit-code` 3 when the
-// configurations differ.
+// Exit status: 0 on success, 1 for bad data (an input file, an unanswered or unknown accessor, a
+// failed read or write), 2 for bad usage (options, an unknown generation or tile), and for
+// `diff --exit-code` 3 when the configurations differ.
+//
+// What a command prints on standard output is gathered and written at its end in one checked
+// write, so that a write error is reported, and a command that fails prints no half of a result.
+#include <unistd.h>
+
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <fstream>
 #include <iostream>
-#include <iterator>
 #include <memory>
 #include <optional>
 #include <sstream>
@@ -24,8 +27,11 @@
 
 #include "Accessors.h"
 #include "BitText.h"
+#include "Delta.h"
 #include "Diagnostic.h"
+#include "Files.h"
 #include "Layout.h"
+#include "Nearest.h"
 #include "Sparse.h"
 #include "Tile.h"
 #include "compiler/arch_spec/ArchSpec.h"
@@ -46,9 +52,30 @@ struct Exit {
   int status;
 };
 
+void Complain(const std::string& message) { std::cerr << "archspec: error: " << message << "\n"; }
+
 [[noreturn]] void Fail(int status, const std::string& message) {
-  std::cerr << "archspec: error: " << message << "\n";
+  Complain(message);
   throw Exit{status};
+}
+
+// Appends printf-formatted text to the output of the command.
+[[gnu::format(printf, 2, 3)]] void Printf(std::string& out, const char* format, ...) {
+  char buffer[512];
+  va_list args;
+  va_start(args, format);
+  const int n = std::vsnprintf(buffer, sizeof buffer, format, args);
+  va_end(args);
+  if (n < 0) return;
+  if (static_cast<size_t>(n) < sizeof buffer) {
+    out.append(buffer, static_cast<size_t>(n));
+    return;
+  }
+  std::string long_line(static_cast<size_t>(n) + 1, '\0');
+  va_start(args, format);
+  std::vsnprintf(long_line.data(), long_line.size(), format, args);
+  va_end(args);
+  out.append(long_line.data(), static_cast<size_t>(n));
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -68,23 +95,31 @@ struct Options {
   bool bytes = false;
   bool sparse = false;
   bool all = false;
-  std::string format = "tree";
+  bool force = false;
+  std::string format;
   std::string output;
   bool exit_code = false;
 };
 
-// The generation named by --arch, chosen for the whole process. The refusal is the library's own.
+// The generation named by --arch, chosen for the whole process. The refusal is the library's own,
+// with the name as complaints echo input.
 ArchVersion SelectArch(const std::string& name) {
   std::string error;
   const ArchVersion version = ArchVersion::expect_parse(name, error);
-  if (version.major == 0) Fail(kBadUsage, error);
+  if (version.major == 0) {
+    const size_t at = name.empty() ? std::string::npos : error.find(name);
+    if (at != std::string::npos) error.replace(at, name.size(), EchoText(name));
+    Fail(kBadUsage, error);
+  }
   zu::spec::ArchSpec::set_arch(version);
   return version;
 }
 
 const TileType& SelectTile(const std::string& name) {
   const TileType* tile = FindTileType(name);
-  if (tile == nullptr) Fail(kBadUsage, "unknown tile '" + name + "'; the tiles are " + TileNames());
+  if (tile == nullptr) {
+    Fail(kBadUsage, "unknown tile '" + EchoText(name) + "'; the tiles are " + TileNames());
+  }
   return *tile;
 }
 
@@ -96,27 +131,10 @@ std::unique_ptr<TileRecord> OpenTile(const Options& options) {
   return record;
 }
 
-// The whole of a file, or of standard input for "-".
-std::string ReadFile(const std::string& path) {
-  if (path == "-") {
-    std::ostringstream out;
-    out << std::cin.rdbuf();
-    return out.str();
-  }
-  std::ifstream in(path, std::ios::binary);
-  if (!in) Fail(kBadData, "cannot read " + path + ": " + std::strerror(errno));
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-void WriteOutput(const std::string& path, const std::string& data) {
-  if (path.empty() || path == "-") {
-    std::cout.write(data.data(), static_cast<std::streamsize>(data.size()));
-    std::cout.flush();
-    return;
-  }
-  std::ofstream out(path, std::ios::binary);
-  if (out) out.write(data.data(), static_cast<std::streamsize>(data.size()));
-  if (!out) Fail(kBadData, "cannot write " + path + ": " + std::strerror(errno));
+std::string ReadFile(const std::string& path, const InputLimit& limit) {
+  InputResult input = ReadInput(path, limit);
+  if (!input.ok()) Fail(kBadData, input.error);
+  return std::move(input.data);
 }
 
 [[noreturn]] void ReportAndExit(const std::string& file, const std::vector<Diagnostic>& errors) {
@@ -124,25 +142,58 @@ void WriteOutput(const std::string& path, const std::string& data) {
   throw Exit{kBadData};
 }
 
-std::string DisplayName(const std::string& path) { return path == "-" ? "<stdin>" : path; }
-
 // A configuration from a file: the text form, the packed bytes, or a sparse listing.
 enum class InputForm { kBits, kBytes, kSparse };
 
-std::vector<uint64_t> LoadConfiguration(TileRecord& record, const std::string& path,
-                                        InputForm form) {
-  const std::string data = ReadFile(path);
-  const std::string name = DisplayName(path);
-  if (form == InputForm::kSparse) {
-    SparseResult result = ReadSparse(data, record.layout(), ResolveEnumerant);
-    if (!result.ok()) ReportAndExit(name, result.errors);
-    return std::move(result.values);
+// A sparse listing read against the tile, refused if its header names another generation or tile
+// (unless `force`).
+SparseResult LoadListing(const TileRecord& record, const std::string& path, bool force) {
+  const std::string data = ReadFile(path, kListingLimit);
+  const std::string name = InputName(path);
+  SparseResult result = ReadSparse(data, record.layout(), EnumerantResolver(), ReportLimits{});
+  if (!force) {
+    if (std::optional<Diagnostic> wrong = CheckListingHeader(
+            result.header, record.version().to_product_name_string(), record.tile().name)) {
+      wrong->message += "; --force reads it anyway";
+      ReportAndExit(name, {*wrong});
+    }
   }
-  const BitsResult bits = form == InputForm::kBytes
-                              ? ReadBitBytes(data, record.layout().bits(), record.Describe())
-                              : ReadBitText(data, record.layout().bits(), record.Describe());
-  if (!bits.ok()) ReportAndExit(name, bits.errors);
+  if (!result.ok()) ReportAndExit(name, result.errors);
+  return result;
+}
+
+std::vector<uint64_t> LoadConfiguration(TileRecord& record, const std::string& path, InputForm form,
+                                        bool force = false) {
+  if (form == InputForm::kSparse) return LoadListing(record, path, force).values;
+  const bool bytes = form == InputForm::kBytes;
+  const std::string data = ReadFile(path, bytes ? kBitBytesLimit : kBitTextLimit);
+  const BitsResult bits = bytes ? ReadBitBytes(data, record.layout().bits(), record.Describe())
+                                : ReadBitText(data, record.layout().bits(), record.Describe());
+  if (!bits.ok()) ReportAndExit(InputName(path), bits.errors);
   return record.ReadBits(bits.bits);
+}
+
+// A configuration in the form asked for: the text form and a line end, or the packed bytes.
+std::string ConfigurationFile(TileRecord& record, const std::vector<uint64_t>& values, bool bytes) {
+  if (!bytes) return record.WriteBits(values) + "\n";
+  const std::vector<uint8_t> packed = record.WriteBytes(values);
+  return std::string(packed.begin(), packed.end());
+}
+
+// To the file of -o, whole or not at all, or to the command's output.
+void Emit(const std::string& path, const std::string& data, std::string& out) {
+  if (path.empty() || path == "-") {
+    out += data;
+    return;
+  }
+  if (const std::optional<std::string> error = WriteFileWhole(path, data)) Fail(kBadData, *error);
+}
+
+// Standard input can feed one file of a command, not two.
+void OneStandardInput(const std::string& a, const std::string& b, const char* names) {
+  if (a == "-" && b == "-") {
+    Fail(kBadUsage, std::string(names) + " cannot both be standard input ('-')");
+  }
 }
 
 bool Matches(std::string_view name, const std::string& pattern) {
@@ -163,7 +214,7 @@ json AccessorJson(const Accessor& accessor, const ArchVersion& version) {
 // ---------------------------------------------------------------------------------------------
 // Subcommands.
 
-void RunArchs(const Options& options) {
+void RunArchs(const Options& options, std::string& out) {
   json rows = json::array();
   for (const zu::spec::GenerationRow& row : zu::spec::GenerationTable()) {
     rows.push_back({{"version", row.version.to_string()},
@@ -173,54 +224,65 @@ void RunArchs(const Options& options) {
                     {"selectable", row.selectable}});
   }
   if (options.json) {
-    std::cout << rows.dump(2) << "\n";
+    out += rows.dump(2) + "\n";
     return;
   }
-  std::printf("%-8s %-8s %-5s %-8s %s\n", "version", "product", "code", "records", "selectable");
+  Printf(out, "%-8s %-8s %-5s %-8s %s\n", "version", "product", "code", "records", "selectable");
   for (const json& row : rows) {
     const auto text = [](const json& value) {
       const std::string s = value.get<std::string>();
       return s.empty() ? std::string("-") : s;
     };
-    std::printf("%-8s %-8s %-5s %-8s %s\n", text(row["version"]).c_str(),
-                text(row["product"]).c_str(), text(row["code_name"]).c_str(),
-                text(row["records"]).c_str(), row["selectable"].get<bool>() ? "yes" : "no");
+    Printf(out, "%-8s %-8s %-5s %-8s %s\n", text(row["version"]).c_str(),
+           text(row["product"]).c_str(), text(row["code_name"]).c_str(),
+           text(row["records"]).c_str(), row["selectable"].get<bool>() ? "yes" : "no");
   }
 }
 
-void RunGet(const Options& options) {
+void RunGet(const Options& options, std::string& out) {
   const ArchVersion version = SelectArch(options.arch);
-  bool failed = false;
+  // Thousands of wrong names are refused in as many microseconds: hints for the first few only,
+  // and the first complaints shown with a count of the rest.
+  const ReportLimits limits;
+  size_t errors = 0;
+  size_t hints = 0;
+  const auto complain = [&](const std::string& message) {
+    if (++errors <= limits.max_errors) Complain(message);
+  };
   json rows = json::array();
   for (const std::string& name : options.names) {
     const Accessor* accessor = FindAccessor(name);
     if (accessor == nullptr) {
-      std::string message = "no accessor named " + name;
-      const std::string nearest = NearestAccessor(name);
-      if (!nearest.empty()) message += "; did you mean " + nearest + "?";
-      std::cerr << "archspec: error: " << message << "\n";
-      failed = true;
+      std::string message = "no accessor named " + EchoText(name);
+      if (hints < limits.max_hints) {
+        ++hints;
+        const std::string nearest = NearestAccessor(name);
+        if (!nearest.empty()) message += "; did you mean " + nearest + "?";
+      }
+      complain(message);
       continue;
     }
     if (!IsAnswered(*accessor, version)) {
-      std::cerr << "archspec: error: " << name << " is not answered by " << GenerationLabel(version)
-                << "\n";
-      failed = true;
+      complain(name + " is not answered by " + GenerationLabel(version));
       if (options.json) rows.push_back(AccessorJson(*accessor, version));
       continue;
     }
     if (options.json) {
       rows.push_back(AccessorJson(*accessor, version));
     } else {
-      std::cout << name << " = " << ValueText(ReadAccessor(*accessor)) << "\n";
+      out += name + " = " + ValueText(ReadAccessor(*accessor)) + "\n";
     }
   }
-  if (options.json) std::cout << rows.dump(2) << "\n";
-  if (failed) throw Exit{kBadData};
+  if (options.json) out += rows.dump(2) + "\n";
+  if (errors > limits.max_errors) {
+    Complain(std::to_string(errors) + " names refused in all; the first " +
+             std::to_string(limits.max_errors) + " are shown");
+  }
+  if (errors > 0) throw Exit{kBadData};
 }
 
 // constants, features, constraints: every accessor of those kinds, with its answer.
-void RunList(const Options& options, std::vector<AccessorKind> kinds) {
+void RunList(const Options& options, std::vector<AccessorKind> kinds, std::string& out) {
   const ArchVersion version = SelectArch(options.arch);
   json rows = json::array();
   for (const Accessor& accessor : AllAccessors()) {
@@ -231,15 +293,15 @@ void RunList(const Options& options, std::vector<AccessorKind> kinds) {
     if (options.json) {
       rows.push_back(AccessorJson(accessor, version));
     } else if (answered) {
-      std::cout << accessor.name << " = " << ValueText(ReadAccessor(accessor)) << "\n";
+      out += std::string(accessor.name) + " = " + ValueText(ReadAccessor(accessor)) + "\n";
     } else {
-      std::cout << accessor.name << ": not answered by " << GenerationLabel(version) << "\n";
+      out += std::string(accessor.name) + ": not answered by " + GenerationLabel(version) + "\n";
     }
   }
-  if (options.json) std::cout << rows.dump(2) << "\n";
+  if (options.json) out += rows.dump(2) + "\n";
 }
 
-void RunLayout(const Options& options) {
+void RunLayout(const Options& options, std::string& out) {
   const std::unique_ptr<TileRecord> record = OpenTile(options);
   const Layout& layout = record->layout();
   if (options.json) {
@@ -252,27 +314,28 @@ void RunLayout(const Options& options) {
       if (leaf.reg_hi.has_value()) row["reg_hi"] = *leaf.reg_hi;
       leaves.push_back(std::move(row));
     }
-    const json out{{"arch", zu::spec::ArchSpec::arch().to_product_name_string()},
-                   {"record", layout.record()},
-                   {"bits", layout.bits()},
-                   {"leaves", std::move(leaves)}};
-    std::cout << out.dump(2) << "\n";
+    const json result{{"arch", zu::spec::ArchSpec::arch().to_product_name_string()},
+                      {"record", layout.record()},
+                      {"bits", layout.bits()},
+                      {"leaves", std::move(leaves)}};
+    out += result.dump(2) + "\n";
     return;
   }
   if (options.csv) {
-    std::cout << "path,offset,width,reg_lo,reg_hi\n";
+    out += "path,offset,width,reg_lo,reg_hi\n";
     for (const Leaf& leaf : layout.leaves()) {
-      std::cout << leaf.path << "," << leaf.offset << "," << leaf.width << "," << leaf.reg_lo << ","
-                << (leaf.reg_hi.has_value() ? std::to_string(*leaf.reg_hi) : "") << "\n";
+      out += leaf.path + "," + std::to_string(leaf.offset) + "," + std::to_string(leaf.width) +
+             "," + std::to_string(leaf.reg_lo) + "," +
+             (leaf.reg_hi.has_value() ? std::to_string(*leaf.reg_hi) : "") + "\n";
     }
     return;
   }
-  std::printf("# %s: %u bits, %zu leaves\n", record->Describe().c_str(), layout.bits(),
-              layout.leaves().size());
-  std::printf("%6s %5s %9s  %s\n", "offset", "width", "registers", "path");
+  Printf(out, "# %s: %u bits, %zu leaves\n", record->Describe().c_str(), layout.bits(),
+         layout.leaves().size());
+  Printf(out, "%6s %5s %9s  %s\n", "offset", "width", "registers", "path");
   for (const Leaf& leaf : layout.leaves()) {
-    std::printf("%6u %5u %9s  %s\n", leaf.offset, leaf.width, Registers(leaf).c_str(),
-                leaf.path.c_str());
+    Printf(out, "%6u %5u %9s  %s\n", leaf.offset, leaf.width, Registers(leaf).c_str(),
+           leaf.path.c_str());
   }
 }
 
@@ -283,14 +346,15 @@ uint32_t ParseBit(const std::string& text) {
   errno = 0;
   const bool hex = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
   const unsigned long long value = std::strtoull(begin, &end, hex ? 16 : 10);
-  if (text.empty() || !std::isdigit(static_cast<unsigned char>(text[0])) || *end != '\0' ||
-      errno != 0 || value > 0xffffffffULL) {
-    Fail(kBadUsage, "BIT must be a bit position (decimal or 0x hexadecimal), found '" + text + "'");
+  if (text.empty() || !std::isdigit(static_cast<unsigned char>(text[0])) ||
+      end != begin + text.size() || errno != 0 || value > 0xffffffffULL) {
+    Fail(kBadUsage,
+         "BIT must be a bit position (decimal or 0x hexadecimal), found '" + EchoText(text) + "'");
   }
   return static_cast<uint32_t>(value);
 }
 
-void RunWhere(const Options& options) {
+void RunWhere(const Options& options, std::string& out) {
   const std::unique_ptr<TileRecord> record = OpenTile(options);
   const Layout& layout = record->layout();
   const uint32_t bit = ParseBit(options.bit);
@@ -304,26 +368,37 @@ void RunWhere(const Options& options) {
   const uint32_t value_bit = leaf.width - 1 - (bit - leaf.offset);
   const bool high_word = value_bit >= 32;
   const uint32_t reg = high_word ? leaf.reg_hi.value_or(0) : leaf.reg_lo;
-  std::printf("bit %u of %s:\n", bit, record->Describe().c_str());
-  std::printf("  leaf      %s\n", leaf.path.c_str());
-  std::printf("  leaf bits %u..%u (%u bits, most significant first)\n", leaf.offset,
-              leaf.offset + leaf.width - 1, leaf.width);
-  std::printf("  value bit %u (weight %s)\n", value_bit,
-              Hex(value_bit >= 64 ? 0 : uint64_t{1} << value_bit).c_str());
-  std::printf("  register  %u, bit %u\n", reg, high_word ? value_bit - 32 : value_bit);
+  Printf(out, "bit %u of %s:\n", bit, record->Describe().c_str());
+  Printf(out, "  leaf      %s\n", leaf.path.c_str());
+  Printf(out, "  leaf bits %u..%u (%u bits, most significant first)\n", leaf.offset,
+         leaf.offset + leaf.width - 1, leaf.width);
+  Printf(out, "  value bit %u (weight %s)\n", value_bit,
+         Hex(value_bit >= 64 ? 0 : uint64_t{1} << value_bit).c_str());
+  Printf(out, "  register  %u, bit %u\n", reg, high_word ? value_bit - 32 : value_bit);
 }
 
-std::vector<std::string> ListingHeader(const TileRecord& record) { return {record.Describe()}; }
+// The head of every JSON document about a configuration of the tile.
+json ConfigurationJson(const TileRecord& record) {
+  return json{{"arch", record.version().to_product_name_string()},
+              {"tile", record.tile().name},
+              {"record", record.layout().record()},
+              {"bits", record.layout().bits()}};
+}
 
-void RunDecode(const Options& options) {
+void RunDecode(const Options& options, std::string& out) {
+  if (options.all && options.format == "tree") {
+    Fail(kBadUsage,
+         "--all lists zero leaves with --format sparse or json; the tree shows every leaf already");
+  }
   const std::unique_ptr<TileRecord> record = OpenTile(options);
   const std::vector<uint64_t> values = LoadConfiguration(
       *record, options.file, options.bytes ? InputForm::kBytes : InputForm::kBits);
   if (options.format == "tree") {
-    std::cout << record->WriteTree(values);
+    out += record->WriteTree(values);
   } else if (options.format == "sparse") {
-    std::cout << WriteSparse(record->layout(), values, ListingHeader(*record), options.all);
+    out += WriteSparse(record->layout(), values, {record->ListingHeaderLine()}, options.all);
   } else {
+    // Values are hexadecimal strings: a JSON number loses precision above 2^53 in most readers.
     json leaves = json::array();
     const std::vector<Leaf>& all = record->layout().leaves();
     for (size_t i = 0; i < all.size(); ++i) {
@@ -331,46 +406,69 @@ void RunDecode(const Options& options) {
       leaves.push_back({{"path", all[i].path},
                         {"offset", all[i].offset},
                         {"width", all[i].width},
-                        {"value", values[i]}});
+                        {"value", Hex(values[i])}});
     }
-    const json out{{"arch", zu::spec::ArchSpec::arch().to_product_name_string()},
-                   {"tile", record->tile().name},
-                   {"record", record->layout().record()},
-                   {"bits", record->layout().bits()},
-                   {"leaves", std::move(leaves)}};
-    std::cout << out.dump(2) << "\n";
+    json result = ConfigurationJson(*record);
+    result["leaves"] = std::move(leaves);
+    out += result.dump(2) + "\n";
   }
 }
 
-void RunEncode(const Options& options) {
+void RunEncode(const Options& options, std::string& out) {
   const std::unique_ptr<TileRecord> record = OpenTile(options);
-  const std::vector<uint64_t> values = LoadConfiguration(*record, options.file, InputForm::kSparse);
-  if (options.bytes) {
-    const std::vector<uint8_t> bytes = record->WriteBytes(values);
-    WriteOutput(options.output, std::string(bytes.begin(), bytes.end()));
-  } else {
-    WriteOutput(options.output, record->WriteBits(values) + "\n");
-  }
+  const std::vector<uint64_t> values =
+      LoadConfiguration(*record, options.file, InputForm::kSparse, options.force);
+  Emit(options.output, ConfigurationFile(*record, values, options.bytes), out);
 }
 
-void RunDiff(const Options& options) {
+void RunPatch(const Options& options, std::string& out) {
+  OneStandardInput(options.file, options.file_b, "CONFIG and DELTA");
+  const std::unique_ptr<TileRecord> record = OpenTile(options);
+  const std::vector<uint64_t> config = LoadConfiguration(
+      *record, options.file, options.bytes ? InputForm::kBytes : InputForm::kBits);
+  const SparseResult delta = LoadListing(*record, options.file_b, options.force);
+  Emit(options.output, ConfigurationFile(*record, ApplyDelta(config, delta), options.bytes), out);
+}
+
+void RunDiff(const Options& options, std::string& out) {
+  OneStandardInput(options.file, options.file_b, "A and B");
   const std::unique_ptr<TileRecord> record = OpenTile(options);
   const InputForm form = options.bytes    ? InputForm::kBytes
                          : options.sparse ? InputForm::kSparse
                                           : InputForm::kBits;
   // One record serves both: each load reads the whole record anew.
-  const std::vector<uint64_t> a = LoadConfiguration(*record, options.file, form);
-  const std::vector<uint64_t> b = LoadConfiguration(*record, options.file_b, form);
+  const std::vector<uint64_t> a = LoadConfiguration(*record, options.file, form, options.force);
+  const std::vector<uint64_t> b = LoadConfiguration(*record, options.file_b, form, options.force);
+  const std::vector<LeafChange> changes = CompareConfigurations(a, b);
   const std::vector<Leaf>& leaves = record->layout().leaves();
-  size_t differ = 0;
-  for (size_t i = 0; i < leaves.size(); ++i) {
-    if (a[i] == b[i]) continue;
-    ++differ;
-    std::cout << leaves[i].path << ": " << Hex(a[i]) << " -> " << Hex(b[i]) << "\n";
+  if (options.format == "sparse") {
+    out += WriteDelta(record->layout(), changes, {record->ListingHeaderLine()});
+  } else if (options.format == "json") {
+    json differences = json::array();
+    for (const LeafChange& change : changes) {
+      const Leaf& leaf = leaves[change.leaf];
+      differences.push_back({{"path", leaf.path},
+                             {"offset", leaf.offset},
+                             {"width", leaf.width},
+                             {"a", Hex(change.from)},
+                             {"b", Hex(change.to)}});
+    }
+    json result = ConfigurationJson(*record);
+    result["a"] = InputName(options.file);
+    result["b"] = InputName(options.file_b);
+    result["leaf_count"] = leaves.size();
+    result["differing"] = changes.size();
+    result["differences"] = std::move(differences);
+    out += result.dump(2) + "\n";
+  } else {
+    for (const LeafChange& change : changes) {
+      out += leaves[change.leaf].path + ": " + Hex(change.from) + " -> " + Hex(change.to) + "\n";
+    }
+    out += "# " + std::to_string(changes.size()) + " of " + std::to_string(leaves.size()) +
+           " leaves differ between " + InputName(options.file) + " and " +
+           InputName(options.file_b) + "\n";
   }
-  std::cout << "# " << differ << " of " << leaves.size() << " leaves differ between "
-            << DisplayName(options.file) << " and " << DisplayName(options.file_b) << "\n";
-  if (options.exit_code && differ > 0) throw Exit{kDifferent};
+  if (options.exit_code && !changes.empty()) throw Exit{kDifferent};
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -386,16 +484,58 @@ void AddTile(CLI::App* command, Options& options) {
   command->add_option("TILE", options.tile, "Tile: pcu, pmu, switch or agcu")->required();
 }
 
-int Main(int argc, char** argv) {
+void AddForce(CLI::App* command, Options& options) {
+  command->add_flag("--force", options.force,
+                    "Read a listing whose header names another generation or tile");
+}
+
+// "archs, get, ... and diff".
+std::string SubcommandNames(const CLI::App& app) {
+  std::string out;
+  const std::vector<const CLI::App*> commands = app.get_subcommands({});
+  for (size_t i = 0; i < commands.size(); ++i) {
+    if (i > 0) out += i + 1 == commands.size() ? " and " : ", ";
+    out += commands[i]->get_name();
+  }
+  return out;
+}
+
+// The first argument, when it is meant as a subcommand and names none: refused with the names
+// there are, as CLI11 would only say that a subcommand is required.
+void CheckSubcommand(const CLI::App& app, int argc, char** argv) {
+  const std::string names = SubcommandNames(app);
+  if (argc < 2) Fail(kBadUsage, "a subcommand is required: " + names);
+  const std::string first = argv[1];
+  if (!first.empty() && first[0] == '-') return;
+  // Subcommand names are short: a hint is one slip in three letters at most ("dcode").
+  const size_t limit = std::max<size_t>(1, first.size() / 3);
+  std::string hint;
+  for (const CLI::App* command : app.get_subcommands({})) {
+    if (command->get_name() == first) return;
+    if (hint.empty() && EditDistance(first, command->get_name(), limit) <= limit) {
+      hint = command->get_name();
+    }
+  }
+  std::string message = "unknown subcommand '" + EchoText(first) + "'";
+  if (!hint.empty()) message += " (did you mean " + hint + "?)";
+  Fail(kBadUsage, message + "; the subcommands are " + names);
+}
+
+int Main(int argc, char** argv, std::string& out) {
   Options options;
   CLI::App app{
       "archspec: what the architecture library knows about a chip generation, and a reader,\n"
-      "writer and explainer of tile configurations."};
+      "writer, patcher and explainer of tile configurations."};
   app.name("archspec");
   app.require_subcommand(1);
   app.footer(
       "Exit status: 0 success, 1 bad data, 2 bad usage (3: diff --exit-code found differences).\n"
       "Run 'archspec SUBCOMMAND --help' for the options and examples of each subcommand.");
+  // CLI11's complaints echo arguments: shown as every complaint shows input.
+  app.failure_message([](const CLI::App*, const CLI::Error& e) {
+    return "archspec: error: " + EchoText(e.what(), 4 * kEchoBytes) +
+           "\nRun 'archspec --help' or 'archspec SUBCOMMAND --help' for the options.\n";
+  });
 
   CLI::App* archs = app.add_subcommand("archs", "List the chip generations");
   archs->add_flag("--json", options.json, "Print JSON");
@@ -457,6 +597,7 @@ int Main(int argc, char** argv) {
       ->check(CLI::IsMember({"tree", "sparse", "json"}));
   decode->add_flag("--all", options.all, "sparse and json: list zero leaves too");
   decode->footer(
+      "JSON values are strings of 0x hexadecimal, exact at any width.\n"
       "Examples:\n"
       "  archspec decode --arch mk43 pcu prog.bits --format sparse\n"
       "  archspec decode --arch mk43 pcu prog.bin --bytes --format tree");
@@ -467,10 +608,28 @@ int Main(int argc, char** argv) {
   encode->add_option("FILE", options.file, "Sparse listing; - for stdin")->required();
   encode->add_flag("--bytes", options.bytes, "Write packed bytes instead of '0'/'1' text");
   encode->add_option("-o,--output", options.output, "Output file (default: standard output)");
+  AddForce(encode, options);
   encode->footer(
       "Examples:\n"
       "  archspec encode --arch mk43 pcu examples/pcu_program.sparse -o prog.bits\n"
       "  archspec encode --arch mk43 pcu examples/pcu_program.sparse --bytes -o prog.bin");
+
+  CLI::App* patch = AddArch(
+      app.add_subcommand("patch", "Apply a sparse listing of changes to a configuration"), options);
+  AddTile(patch, options);
+  patch->add_option("CONFIG", options.file, "Text of '0'/'1' (or bytes with --bytes); - for stdin")
+      ->required();
+  patch->add_option("DELTA", options.file_b, "Sparse listing of the leaves to change; - for stdin")
+      ->required();
+  patch->add_flag("--bytes", options.bytes, "CONFIG holds packed bytes, and so will the output");
+  patch->add_option("-o,--output", options.output,
+                    "Output file, replaced only once complete; may be CONFIG itself");
+  AddForce(patch, options);
+  patch->footer(
+      "Leaves that DELTA does not name keep their values in CONFIG.\n"
+      "Examples:\n"
+      "  archspec patch --arch mk43 pcu prog.bits fix.sparse -o prog.bits\n"
+      "  archspec diff --arch mk43 pcu old.bits new.bits --format sparse > fix.sparse");
 
   CLI::App* diff = AddArch(
       app.add_subcommand("diff", "The leaves whose values differ between two configs"), options);
@@ -480,7 +639,11 @@ int Main(int argc, char** argv) {
   CLI::Option* diff_bytes = diff->add_flag("--bytes", options.bytes, "Both files hold bytes");
   diff->add_flag("--sparse", options.sparse, "Both files are sparse listings")
       ->excludes(diff_bytes);
+  diff->add_option("--format", options.format,
+                   "text (default); sparse: the listing that patches A into B; json")
+      ->check(CLI::IsMember({"text", "sparse", "json"}));
   diff->add_flag("--exit-code", options.exit_code, "Exit with status 3 if they differ");
+  AddForce(diff, options);
   diff->footer(
       "Each differing leaf prints as 'path: A-value -> B-value', in bit order.\n"
       "Examples:\n"
@@ -488,31 +651,45 @@ int Main(int argc, char** argv) {
       "  archspec diff --arch mk43 pcu --sparse old.sparse new.sparse --exit-code");
 
   try {
+    CheckSubcommand(app, argc, argv);
+  } catch (const Exit& exit) {
+    return exit.status;
+  }
+
+  std::ostringstream help;
+  try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp& e) {
-    return app.exit(e);
+    const int status = app.exit(e, help, std::cerr);
+    out += help.str();
+    return status;
   } catch (const CLI::CallForAllHelp& e) {
-    return app.exit(e);
+    const int status = app.exit(e, help, std::cerr);
+    out += help.str();
+    return status;
   } catch (const CLI::ParseError& e) {
-    app.exit(e);
+    app.exit(e, help, std::cerr);
     return kBadUsage;
   }
 
   try {
-    if (archs->parsed()) RunArchs(options);
-    if (get->parsed()) RunGet(options);
+    if (archs->parsed()) RunArchs(options, out);
+    if (get->parsed()) RunGet(options, out);
     if (constants->parsed()) {
-      RunList(options, {AccessorKind::kScalar, AccessorKind::kEnum, AccessorKind::kContainer});
+      RunList(options, {AccessorKind::kScalar, AccessorKind::kEnum, AccessorKind::kContainer}, out);
     }
-    if (features->parsed()) RunList(options, {AccessorKind::kFeature});
-    if (constraints->parsed()) RunList(options, {AccessorKind::kConstraint});
-    if (layout->parsed()) RunLayout(options);
-    if (where->parsed()) RunWhere(options);
-    if (decode->parsed()) RunDecode(options);
-    if (encode->parsed()) RunEncode(options);
-    if (diff->parsed()) RunDiff(options);
+    if (features->parsed()) RunList(options, {AccessorKind::kFeature}, out);
+    if (constraints->parsed()) RunList(options, {AccessorKind::kConstraint}, out);
+    if (layout->parsed()) RunLayout(options, out);
+    if (where->parsed()) RunWhere(options, out);
+    if (decode->parsed()) {
+      if (options.format.empty()) options.format = "tree";
+      RunDecode(options, out);
+    }
+    if (encode->parsed()) RunEncode(options, out);
+    if (patch->parsed()) RunPatch(options, out);
+    if (diff->parsed()) RunDiff(options, out);
   } catch (const Exit& exit) {
-    std::cout.flush();
     return exit.status;
   }
   return 0;
@@ -521,4 +698,12 @@ int Main(int argc, char** argv) {
 }  // namespace
 }  // namespace archspec
 
-int main(int argc, char** argv) { return archspec::Main(argc, argv); }
+int main(int argc, char** argv) {
+  std::string out;
+  int status = archspec::Main(argc, argv, out);
+  if (const std::optional<std::string> error = archspec::WriteAll(STDOUT_FILENO, out)) {
+    archspec::Complain("cannot write standard output: " + *error);
+    status = archspec::kBadData;
+  }
+  return status;
+}
