@@ -306,12 +306,10 @@ class Tile {
     const std::vector<uint8_t> bytes = record_->WriteBytes(values_);
     return py::bytes(reinterpret_cast<const char*>(bytes.data()), bytes.size());
   }
-  std::string ToSparse() const { return WriteSparse(layout(), values_, {Header()}); }
-  std::string ToTree() { return record_->WriteTree(values_); }
-  // "archspec mk43 pcu": the header of a listing written for this generation and tile.
-  std::string Header() const {
-    return std::string("archspec ") + generation_->row().product_name + " " + tile_.name;
+  std::string ToSparse() const {
+    return WriteSparse(layout(), values_, {record_->ListingHeaderLine()});
   }
+  std::string ToTree() { return record_->WriteTree(values_); }
 
   py::tuple Paths() const {
     const std::vector<Leaf>& leaves = layout().leaves();

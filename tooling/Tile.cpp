@@ -148,21 +148,36 @@ std::string TileRecord::ListingHeaderLine() const {
   return ListingHeaderText(version_.to_product_name_string(), tile_.name);
 }
 
+// A tile's leaves stand one after the other in bit order, each most significant bit first (its
+// layout, made from the record, says so; the tests check it against the record's own Parse and
+// Build). So a configuration's values are its bits taken width after width, through the
+// library's reader and writer of the bit string, without a call per leaf into the record.
 std::vector<uint64_t> TileRecord::ReadBits(const std::string& bits) {
-  size_t position = 0;
-  root_->Parse(bits, &position);
-  std::vector<uint64_t> values;
-  values.reserve(layout_->leaves().size());
-  const BaseConstruct& root_view = *root_;
-  root_view.Walk([&values](const BitsIntegerBase& leaf) { values.push_back(leaf.ToNumber()); });
+  const std::vector<Leaf>& leaves = layout_->leaves();
+  std::vector<uint64_t> values(leaves.size());
+  const auto in = std::make_unique<zu::spec::BitReader>(bits, 0, layout_->bits());
+  for (size_t i = 0; i < leaves.size(); ++i)
+    values[i] = in->take(static_cast<int>(leaves[i].width));
   return values;
+}
+
+std::unique_ptr<zu::spec::ConfigBuilder> TileRecord::Built(const std::vector<uint64_t>& values) {
+  auto builder = std::make_unique<zu::spec::ConfigBuilder>();
+  zu::spec::BitWriter out(*builder);
+  const std::vector<Leaf>& leaves = layout_->leaves();
+  for (size_t i = 0; i < leaves.size(); ++i) {
+    // Values come from a checked listing or a parsed configuration, so each fits its leaf; a
+    // missing one is 0.
+    const uint64_t value = i < values.size() ? values[i] : 0;
+    out.put(value & MaxValue(leaves[i].width), static_cast<int>(leaves[i].width));
+  }
+  out.flush();
+  return builder;
 }
 
 void TileRecord::Load(const std::vector<uint64_t>& values) {
   size_t i = 0;
   root_->Walk([&values, &i](BitsIntegerBase& leaf) {
-    // Values come from a checked listing or from a parsed record, so each fits its leaf; a
-    // missing one is 0.
     const uint64_t value = i < values.size() ? values[i] : 0;
     ++i;
     if (value <= MaxValue(static_cast<uint32_t>(leaf.SizeInBits()))) leaf = value;
@@ -170,16 +185,11 @@ void TileRecord::Load(const std::vector<uint64_t>& values) {
 }
 
 std::string TileRecord::WriteBits(const std::vector<uint64_t>& values) {
-  Load(values);
-  auto builder = std::make_unique<zu::spec::ConfigBuilder>();
-  root_->Build(*builder);
-  return builder->to_string();
+  return Built(values)->to_string();
 }
 
 std::vector<uint8_t> TileRecord::WriteBytes(const std::vector<uint64_t>& values) {
-  Load(values);
-  auto builder = std::make_unique<zu::spec::ConfigBuilder>();
-  root_->Build(*builder);
+  const std::unique_ptr<zu::spec::ConfigBuilder> builder = Built(values);
   // Bytes need whole bytes: pad the last one with zero bits.
   const int64_t padding = (8 - builder->cursor() % 8) % 8;
   builder->set(0, padding);

@@ -19,6 +19,7 @@
 #include "Layout.h"
 #include "RecordCatalog.h"
 #include "compiler/arch_spec/ArchVersion.h"
+#include "compiler/arch_spec/ConfigBuilder.h"
 #include "compiler/arch_spec/Constructs.h"
 #include "compiler/arch_spec/gen/GenerationTable.h"
 
@@ -66,8 +67,10 @@ class TileRecord {
  private:
   TileRecord(const zu::spec::ArchVersion& version, const TileType& tile,
              const RecordClass& record_class, zu::spec::UniqueId first_id);
-  // Stores `values` (one per leaf, each fitting its width) into the record.
+  // Stores `values` (one per leaf, each fitting its width) into the record, for printing.
   void Load(const std::vector<uint64_t>& values);
+  // A builder that holds the configuration of `values`, its cursor after the last bit.
+  std::unique_ptr<zu::spec::ConfigBuilder> Built(const std::vector<uint64_t>& values);
 
   zu::spec::ArchVersion version_;
   const TileType& tile_;

@@ -144,6 +144,24 @@ TEST_P(TileTest, EachLeafHoldsItsValueAtItsOffsetMostSignificantFirst) {
   }
 }
 
+// The tile's values move through its layout; the record's own Parse, Walk and Build agree.
+TEST_P(TileTest, ValuesMoveAsTheRecordMovesThem) {
+  const std::vector<uint64_t> values = RandomValues(3);
+  const std::string bits = record_->WriteBits(values);
+  std::unique_ptr<BaseConstruct> record = record_->record_class().make();
+  size_t position = 0;
+  record->Parse(bits, &position);
+  std::vector<uint64_t> walked;
+  const BaseConstruct& view = *record;
+  view.Walk(
+      [&walked](const zu::spec::BitsIntegerBase& leaf) { walked.push_back(leaf.ToNumber()); });
+  EXPECT_EQ(walked, values);
+  zu::spec::ConfigBuilder built;
+  record->Build(built);
+  EXPECT_EQ(built.to_string(), bits);
+  EXPECT_EQ(record_->ReadBits(bits), values);
+}
+
 TEST_P(TileTest, BitsBytesAndListingsRoundTrip) {
   const std::vector<uint64_t> values = RandomValues(2);
   const std::string bits = record_->WriteBits(values);
