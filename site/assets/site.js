@@ -1,0 +1,273 @@
+// The reference site's one script: the search box of every page, and on tile pages the link
+// between the bit map and the field tree. Pages are opened from disk, so the search index is a
+// script beside them (search-index.js), added to the page the first time the box is used.
+"use strict";
+
+(function () {
+  const here = document.body.dataset.page;
+  const LIMIT = 60;
+
+  // --- Search --------------------------------------------------------------------------------
+
+  const input = document.getElementById("search");
+  const results = document.getElementById("results");
+  let loading = null;
+  let active = -1;
+
+  // Every entry of the index as {name, low, kind, where, page}. Leaf paths come front-coded:
+  // [shared length, rest, ...], each path sharing its start with the one before.
+  function prepare(index) {
+    const entries = [];
+    for (const list of index.lists) {
+      let names = list.names;
+      if (list.front) {
+        names = [];
+        let before = "";
+        for (let i = 0; i < list.front.length; i += 2) {
+          before = before.slice(0, list.front[i]) + list.front[i + 1];
+          names.push(before);
+        }
+      }
+      const page = index.pages[list.page];
+      for (const name of names) {
+        entries.push({ name, low: name.toLowerCase(), kind: list.kind, where: list.where, page });
+      }
+    }
+    return entries;
+  }
+
+  function loadIndex() {
+    if (!loading) {
+      loading = new Promise((resolve, reject) => {
+        const script = document.createElement("script");
+        script.src = "search-index.js";
+        script.onload = () => resolve(prepare(window.archspecIndex));
+        script.onerror = () => reject(new Error("search-index.js did not load"));
+        document.head.appendChild(script);
+      });
+    }
+    return loading;
+  }
+
+  // Names that hold every word of the query, best first: the name itself, then names that start
+  // with it, then those where it starts a part of the name, then the rest; shorter names first.
+  function find(entries, query) {
+    const words = query.toLowerCase().split(/\s+/).filter(Boolean);
+    if (!words.length) return { found: [], total: 0 };
+    const first = words[0];
+    const found = [];
+    for (const e of entries) {
+      const at = e.low.indexOf(first);
+      if (at < 0 || !words.every((w) => e.low.includes(w))) continue;
+      let rank = 3;
+      if (e.low === first) rank = 0;
+      else if (at === 0) rank = 1;
+      else if ("._[".includes(e.low[at - 1])) rank = 2;
+      found.push({ e, rank });
+    }
+    found.sort((a, b) => a.rank - b.rank || a.e.name.length - b.e.name.length);
+    return { found: found.slice(0, LIMIT).map((f) => f.e), total: found.length };
+  }
+
+  function marked(name, query) {
+    const word = query.trim().split(/\s+/)[0] || "";
+    const at = name.toLowerCase().indexOf(word.toLowerCase());
+    const text = (s) => document.createTextNode(s);
+    const b = document.createElement("b");
+    if (at < 0 || !word) {
+      b.append(text(name));
+    } else {
+      const mark = document.createElement("mark");
+      mark.textContent = name.slice(at, at + word.length);
+      b.append(text(name.slice(0, at)), mark, text(name.slice(at + word.length)));
+    }
+    return b;
+  }
+
+  function show(query) {
+    loadIndex().then((entries) => {
+      if (input.value !== query) return; // a newer query is on its way
+      const { found, total } = find(entries, query);
+      results.replaceChildren();
+      active = found.length ? 0 : -1;
+      found.forEach((e, i) => {
+        const a = document.createElement("a");
+        a.href = e.page + "#" + e.name;
+        a.dataset.page = e.page;
+        a.dataset.anchor = e.name;
+        const where = document.createElement("small");
+        where.textContent = e.kind + " · " + e.where;
+        a.append(marked(e.name, query), where);
+        const li = document.createElement("li");
+        if (i === active) li.className = "active";
+        li.append(a);
+        results.append(li);
+      });
+      const more = document.createElement("li");
+      more.className = "more";
+      more.textContent = total > found.length
+        ? `${total - found.length} more: type more of the name`
+        : total ? `${total} found` : "nothing found";
+      results.append(more);
+      results.hidden = !query.trim();
+    });
+  }
+
+  function follow(a) {
+    results.hidden = true;
+    if (a.dataset.page === here) {
+      history.replaceState(null, "", "#" + encodeURIComponent(a.dataset.anchor));
+      reveal(a.dataset.anchor);
+    } else {
+      location.href = a.href;
+    }
+  }
+
+  function choose(step) {
+    const items = results.querySelectorAll("li:not(.more)");
+    if (!items.length) return;
+    items[active]?.classList.remove("active");
+    active = (active + step + items.length) % items.length;
+    items[active].classList.add("active");
+    items[active].scrollIntoView({ block: "nearest" });
+  }
+
+  input.addEventListener("focus", () => loadIndex());
+  input.addEventListener("input", () => show(input.value));
+  input.addEventListener("keydown", (event) => {
+    if (event.key === "ArrowDown" || event.key === "ArrowUp") {
+      choose(event.key === "ArrowDown" ? 1 : -1);
+      event.preventDefault();
+    } else if (event.key === "Enter") {
+      const a = results.querySelectorAll("li:not(.more) a")[active];
+      if (a) follow(a);
+    } else if (event.key === "Escape") {
+      results.hidden = true;
+    }
+  });
+  results.addEventListener("click", (event) => {
+    const a = event.target.closest("a");
+    if (!a) return;
+    event.preventDefault();
+    follow(a);
+  });
+  document.addEventListener("click", (event) => {
+    if (!event.target.closest(".search")) results.hidden = true;
+  });
+  document.addEventListener("keydown", (event) => {
+    if (event.key === "/" && document.activeElement !== input) {
+      input.focus();
+      event.preventDefault();
+    }
+  });
+
+  // --- Going to an anchor ---------------------------------------------------------------------
+
+  const fields = document.getElementById("fields-pane");
+  const map = document.getElementById("map-pane");
+  // The bit map has one group of boxes per leaf, in the order of the leaves' rows in the tree:
+  // the n-th group is the n-th row's leaf.
+  let leaves = null;
+
+  function pairs() {
+    if (!leaves) {
+      const rows = fields.querySelectorAll(".r");
+      const groups = document.querySelectorAll("#bitmap g");
+      leaves = { boxOf: new Map(), pathOf: new Map() };
+      rows.forEach((row, i) => {
+        leaves.boxOf.set(row.id, groups[i]);
+        leaves.pathOf.set(groups[i], row.id);
+      });
+    }
+    return leaves;
+  }
+  const box = (path) => pairs().boxOf.get(path);
+  const pathOf = (g) => pairs().pathOf.get(g);
+
+  // Scrolls `pane` so that `el` stands in its middle, leaving the window where it is.
+  function centre(pane, el) {
+    const p = pane.getBoundingClientRect();
+    const e = el.getBoundingClientRect();
+    pane.scrollTop += e.top - p.top - (p.height - e.height) / 2;
+  }
+
+  function reveal(id) {
+    const el = document.getElementById(id);
+    if (!el) return;
+    for (let up = el.parentElement; up; up = up.parentElement) {
+      if (up.tagName === "DETAILS") up.open = true;
+    }
+    for (const old of document.querySelectorAll(".sel")) old.classList.remove("sel");
+    el.classList.add("sel");
+    if (!fields || !fields.contains(el)) {
+      el.scrollIntoView({ block: "center" });
+      return;
+    }
+    // A tile: the panes fill the window, the row and its boxes stand in their middles.
+    const split = document.querySelector(".split");
+    window.scrollBy(0, split.getBoundingClientRect().top - document.querySelector("header").offsetHeight);
+    centre(fields, el.tagName === "DETAILS" ? el.firstElementChild : el);
+    document.getElementById("leaf").textContent = id;
+    const g = box(id);
+    if (g) {
+      g.classList.add("sel");
+      centre(map, g);
+    }
+  }
+
+  // Points the address at `id` and shows it; shows it again if the address points there already.
+  function go(id) {
+    if (decodeURIComponent(location.hash.slice(1)) === id) reveal(id);
+    else location.hash = "#" + encodeURIComponent(id);
+  }
+
+  function revealHash() {
+    if (location.hash.length > 1) reveal(decodeURIComponent(location.hash.slice(1)));
+  }
+  window.addEventListener("hashchange", revealHash);
+  // After the load, when the browser has made its own scroll to the anchor.
+  window.addEventListener("load", () => requestAnimationFrame(revealHash));
+
+  // --- Tile pages: the bit map and the field tree point at each other -------------------------
+
+  if (!fields) return;
+  const status = document.getElementById("leaf");
+  let lit = null;
+  // Lights a leaf's boxes and writes its whole path above the tree, ready to copy.
+  function light(path) {
+    const g = path ? box(path) : null;
+    if (lit) lit.classList.remove("hl");
+    lit = g;
+    if (g) g.classList.add("hl");
+    if (path) status.textContent = path;
+  }
+  map.addEventListener("click", (event) => {
+    const g = event.target.closest("#bitmap g");
+    if (g) go(pathOf(g));
+  });
+  fields.addEventListener("click", (event) => {
+    const row = event.target.closest(".r");
+    if (row) go(row.id);
+    const button = event.target.closest("button[data-tree]");
+    if (button) {
+      const open = button.dataset.tree === "open";
+      for (const d of fields.querySelectorAll("details")) d.open = open;
+    }
+  });
+  fields.addEventListener("mouseover", (event) => {
+    const row = event.target.closest(".r");
+    light(row ? row.id : null);
+  });
+  map.addEventListener("mouseover", (event) => {
+    const g = event.target.closest("#bitmap g");
+    if (!g) return;
+    const path = pathOf(g);
+    status.textContent = path;
+    if (!g.querySelector("title")) {
+      // The name on hover, made when first needed.
+      const title = document.createElementNS("http://www.w3.org/2000/svg", "title");
+      title.textContent = path;
+      g.prepend(title);
+    }
+  });
+})();

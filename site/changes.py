@@ -1,0 +1,134 @@
+"""The page of what changed from each selectable generation to the next: the tiles' sizes, records
+and fields added, removed or resized (by the record tables, sized by their own rule), and constants
+added, removed or changed (by the tool's answers).
+"""
+
+from html import escape
+
+import record_tables
+from facts import UNANSWERED
+from pages import form_html, frame, link, records_page_name, value_text
+
+KINDS = (("parameter", "Parameters"), ("enumerant", "Enumerants"), ("container", "Containers"),
+         ("feature", "Features"), ("constraint", "Constraints"))
+
+
+def field_changes(old, new, old_records, new_records):
+    """(what, field, before, after) for the fields of one record in two namespaces; before and after
+    are constructs, None where the field does not exist."""
+    before = {f.name: f for f in old.fields}
+    after = {f.name: f for f in new.fields}
+    found = [("removed", f.name, f.cell, None) for f in old.fields if f.name not in after]
+    for f in new.fields:
+        if f.name not in before:
+            found.append(("added", f.name, None, f.cell))
+            continue
+        was = before[f.name].cell
+        if was == f.cell:
+            continue
+        # cell_size gives (bits, unique ids): a field is resized when its bits change.
+        bits_was = record_tables.cell_size(was, old_records)[0]
+        bits_now = record_tables.cell_size(f.cell, new_records)[0]
+        found.append(("resized" if bits_was != bits_now else "changed form", f.name, was, f.cell))
+    return found
+
+
+def record_changes(old_ns, new_ns, records):
+    """Records added, removed, and those whose fields changed, from one namespace to another."""
+    old = {r.name: r for r in records[old_ns]}
+    new = {r.name: r for r in records[new_ns]}
+    added = sorted((n for n in new if n not in old), key=str.lower)
+    removed = sorted((n for n in old if n not in new), key=str.lower)
+    changed = []
+    for name in sorted((n for n in new if n in old), key=str.lower):
+        fields = field_changes(old[name], new[name], old, new)
+        if fields or old[name].bits != new[name].bits:
+            changed.append((name, old[name].bits, new[name].bits, fields))
+    return added, removed, changed
+
+
+def constant_changes(constants, a, b):
+    """(what, constant) for the accessors that one generation answers and the next does not, or
+    answers differently."""
+    found = []
+    for c in constants:
+        before = c.values.get(a.product, UNANSWERED)
+        after = c.values.get(b.product, UNANSWERED)
+        if before == after:
+            continue
+        what = ("added" if before is UNANSWERED else "removed" if after is UNANSWERED
+                else "changed")
+        found.append((what, c))
+    return found
+
+
+def _form(cell, ns):
+    return form_html(cell, records_page_name(ns)) if cell is not None else "—"
+
+
+def _records_section(a, b, facts):
+    if a.records == b.records:
+        return f"<p>Both use the records of {escape(a.records)}: the tiles are the same.</p>"
+    tiles = []
+    for old in (t for t in facts.tiles if t.ns == a.records):
+        new = next(t for t in facts.tiles if t.ns == b.records and t.tile == old.tile)
+        tiles.append(f"<tr><th>{link(new.page, '', old.tile.upper())}</th>"
+                     f"<td>{old.bits:,} → {new.bits:,}</td>"
+                     f"<td>{len(old.leaves):,} → {len(new.leaves):,}</td></tr>")
+    added, removed, changed = record_changes(a.records, b.records, facts.records)
+    out = ['<table class="plain"><thead><tr><th>tile</th><th>bits</th><th>leaves</th></tr>'
+           f'</thead><tbody>{"".join(tiles)}</tbody></table>']
+    for what, names, ns in (("added", added, b.records), ("removed", removed, a.records)):
+        items = ", ".join(link(records_page_name(ns), n, n) for n in names) or "none"
+        out.append(f'<p class="{what}">Records {what} ({len(names)}): {items}</p>')
+    rows = []
+    for name, bits_was, bits_now, fields in changed:
+        items = "".join(f'<li class="{what.split()[0]}">{what} <b>{escape(field)}</b>: '
+                        f'{_form(was, a.records)} → {_form(now, b.records)}</li>'
+                        for what, field, was, now in fields)
+        rows.append(f"<tr><th>{link(records_page_name(b.records), name, name)}</th>"
+                    f"<td>{bits_was} → {bits_now}</td><td><ul>{items}</ul></td></tr>")
+    out.append(f'<details open><summary>Records changed ({len(changed)})</summary>'
+               f'<table class="plain"><thead><tr><th>record</th><th>bits</th><th>fields</th>'
+               f'</tr></thead><tbody>{"".join(rows)}</tbody></table></details>')
+    return "".join(out)
+
+
+def _constants_section(a, b, facts, pages):
+    out = []
+    for kind, title in KINDS:
+        found = constant_changes([c for c in facts.constants + facts.flags if c.kind == kind],
+                                 a, b)
+        counts = ", ".join(f"{sum(w == what for w, _ in found)} {what}"
+                           for what in ("added", "removed", "changed"))
+        type_head = "<th>type</th>" if kind == "enumerant" else ""
+        rows = []
+        for what, c in found:
+            type_cell = f"<td>{escape(c.type)}</td>" if kind == "enumerant" else ""
+            rows.append(f'<tr class="{what}"><td>{what}</td>{type_cell}'
+                        f'<th>{link(pages[c.name], c.name, c.name)}</th>'
+                        f'<td>{escape(value_text(c.values.get(a.product, UNANSWERED)))}</td>'
+                        f'<td>{escape(value_text(c.values.get(b.product, UNANSWERED)))}</td></tr>')
+        table = (f'<table class="plain"><thead><tr><th></th>{type_head}<th>accessor</th>'
+                 f'<th>{escape(a.product)}</th><th>{escape(b.product)}</th></tr></thead>'
+                 f'<tbody>{"".join(rows)}</tbody></table>') if rows else ""
+        out.append(f"<details><summary>{title}: {counts}</summary>{table}</details>")
+    return "".join(out)
+
+
+def changes_page(facts, pages):
+    """`pages` maps each accessor to the page of its row."""
+    pairs = list(zip(facts.columns, facts.columns[1:]))
+    toc = "".join(f'<li>{link("", f"{a.product}-{b.product}", f"{a.label} → {b.label}")}</li>'
+                  for a, b in pairs)
+    sections = "".join(
+        f'<section id="{escape(a.product)}-{escape(b.product)}"><h2>{escape(a.label)} → '
+        f'{escape(b.label)}</h2><h3>Tiles and records</h3>{_records_section(a, b, facts)}'
+        f'<h3>Constants, features and constraints</h3>{_constants_section(a, b, facts, pages)}'
+        f'</section>' for a, b in pairs)
+    return frame("What changed", "changes.html",
+                 '<h1>What changed between generations</h1><p class="lead">From each generation '
+                 'to the next: the tiles\' sizes; records and fields added, removed or resized; '
+                 'constants, features and constraints added (answered only by the later), '
+                 'removed (answered only by the earlier) or changed.</p>'
+                 f'<ul class="toc">{toc}</ul>{sections}')

@@ -1,0 +1,299 @@
+#!/usr/bin/env python3
+"""The built reference site against the archspec tool's text answers and the generated sources:
+every leaf's row and boxes on every tile page, every value and mark of the constants pages, the
+changes between generations, every link and search entry, the pages' weight, and a second run
+that writes the same site.
+
+    test_pages.py --site BUILD/reference --archspec BUILD/tools/cli/archspec \\
+                  --generated BUILD/generated/compiler/arch_spec/gen
+"""
+
+import filecmp
+import json
+import os
+import re
+import subprocess
+import sys
+import tempfile
+import unittest
+
+import sitecheck
+from sitecheck import Page
+
+ARGS = sitecheck.arguments()
+SITE_SOURCE = os.path.join(sitecheck.SOURCE, "site")
+GEN_DIR = os.path.join(sitecheck.SOURCE, "compiler", "arch_spec", "gen")
+sys.path[:0] = [SITE_SOURCE, GEN_DIR]
+
+import changes  # noqa: E402  (after the path to the site's and the generators' modules)
+import genlib  # noqa: E402
+import record_tables  # noqa: E402
+import tile_page  # noqa: E402
+
+PAGE_LIMIT = 5_000_000
+_pages = {}
+
+
+def page(name):
+    if name not in _pages:
+        _pages[name] = Page(os.path.join(ARGS.site, name))
+    return _pages[name]
+
+
+def constant_rows():
+    """{accessor: (page, {product: (text, classes)}, source cell)} from every constants table."""
+    found = {}
+    for name in sitecheck.site_pages(ARGS.site):
+        if name.startswith("tile-"):
+            continue
+        for table in page(name).root.iter("table", "constants"):
+            heads = [th.text().split()[0] for th in next(table.iter("thead")).iter("th")]
+            for tr in next(table.iter("tbody")).iter("tr"):
+                cells = list(tr.iter("td"))
+                by_product = {heads[i + 1]: (cell.text(), cell.classes)
+                              for i, cell in enumerate(cells) if heads[i + 1].startswith("mk")}
+                if tr.attrs["id"] in found:
+                    raise AssertionError(f"{tr.attrs['id']} on {found[tr.attrs['id']][0]} and {name}")
+                found[tr.attrs["id"]] = (name, by_product, cells[-1].text())
+    return found
+
+
+class TilePagesTest(unittest.TestCase):
+    """Each tile page shows the tool's layout: a row and a run of boxes per leaf, in bit order."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.products = sitecheck.products(ARGS.archspec)
+        cls.codes = {g["product"]: g["code_name"]
+                     for g in sitecheck.tool_json(ARGS.archspec, "archs")}
+        cls.tiles = sorted(h for h in (a.attrs.get("href", "") for a in page("index.html").root.iter("a"))
+                           if h.startswith("tile-"))
+
+    def layout(self, product, tile):
+        """(path, offset, width, registers) of each leaf, from the tool's text form."""
+        lines = sitecheck.tool_text(ARGS.archspec, "layout", "--arch", product, tile).splitlines()
+        rows = [line.split() for line in lines[2:]]
+        return [(path, int(offset), int(width), registers)
+                for offset, width, registers, path in rows]
+
+    def test_every_namespace_and_tile_has_a_page(self):
+        expected = {f"tile-{ns}-{tile}.html" for ns in self.products.values()
+                    for tile in ("pcu", "pmu", "switch", "agcu")}
+        self.assertEqual(set(self.tiles), expected)
+
+    def test_rows_are_the_layout_of_every_generation_served(self):
+        for name in self.tiles:
+            _, ns, tile = name[:-5].split("-")
+            rows = [(r.attrs["id"], [s.text() for s in r.iter("span")])
+                    for r in page(name).root.iter("div", "r")]
+            shown = [(path, int(s[1]), int(s[2]), s[3]) for path, s in rows]
+            for path, spans in rows:
+                self.assertTrue(path.endswith(spans[0]), f"{name}: row {path} reads {spans[0]}")
+            served = [p for p, records in self.products.items() if records == ns]
+            for product in served:
+                with self.subTest(page=name, product=product):
+                    self.assertEqual(shown, self.layout(product, tile))
+            self.assertIn(", ".join(f"{p} ({self.codes[p]})" for p in served),
+                          page(name).root.text())
+
+    def test_boxes_cover_each_leaf_bits_once(self):
+        """The boxes of the n-th leaf, read back as bits of the map's rows, are exactly its bits;
+        a leaf that crosses the end of a row has a box on each row."""
+        for name in self.tiles:
+            with self.subTest(page=name):
+                rows = list(page(name).root.iter("div", "r"))
+                svg = next(page(name).root.iter("svg"))
+                groups = list(svg.iter("g"))
+                self.assertEqual(len(groups), len(rows))
+                crossing = 0
+                for row, group in zip(rows, groups):
+                    offset, width = (int(s.text()) for s in list(row.iter("span"))[1:3])
+                    bits = []
+                    for rect in group.iter("rect"):
+                        x, y, w = (float(rect.attrs[k]) for k in ("x", "y", "width"))
+                        first = int(y // tile_page.PITCH) * tile_page.BITS_PER_ROW + \
+                            int((x - tile_page.GUTTER) // tile_page.BIT)
+                        bits += range(first, first + int(w // tile_page.BIT))
+                    self.assertEqual(bits, list(range(offset, offset + width)), row.attrs["id"])
+                    crossing += len(list(group.iter("rect"))) > 1
+                self.assertGreater(crossing, 0, "no leaf crosses a row: the test shows nothing")
+
+
+class ConstantPagesTest(unittest.TestCase):
+    """The constants, features and constraints pages show the tool's answers, with their marks."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.products = list(sitecheck.products(ARGS.archspec))
+        cls.rows = constant_rows()
+        cls.answers = {p: sitecheck.answers(ARGS.archspec, p) for p in cls.products}
+
+    def test_every_accessor_once_with_the_tool_value_per_generation(self):
+        self.assertEqual(set(self.rows), set(self.answers[self.products[0]]))
+        for product in self.products:
+            for name, value in self.answers[product].items():
+                text, classes = self.rows[name][1][product]
+                if value is None:
+                    self.assertEqual((text, "na" in classes), ("—", True), f"{name} {product}")
+                else:
+                    self.assertEqual(text, value, f"{name} {product}")
+
+    def test_a_value_is_marked_where_it_differs_from_the_generation_before(self):
+        for name, (_, cells, _) in self.rows.items():
+            for before, after in zip(self.products, self.products[1:]):
+                was, now = self.answers[before][name], self.answers[after][name]
+                classes = cells[after][1]
+                self.assertEqual("chg" in classes, None not in (was, now) and was != now, name)
+                self.assertEqual("new" in classes, was is None and now is not None, name)
+
+    @unittest.skipUnless(ARGS.generated, "needs --generated")
+    def test_inferred_codes_and_table_rows_are_those_of_the_generated_classes(self):
+        """The C++ generator marks each inferred answer `(inferred)` next to its table row; a
+        class that derives from another keeps the answers it does not override."""
+        with open(os.path.join(ARGS.generated, "ArchGenerations.h"), encoding="utf-8") as f:
+            bases = dict(re.findall(r"class (\w+)Constants : public (\w+)Constants", f.read()))
+        marks, sources = {}, {}
+        for file in os.listdir(ARGS.generated):
+            if not file.endswith("Constants.cpp"):
+                continue
+            with open(os.path.join(ARGS.generated, file), encoding="utf-8") as f:
+                text = f.read()
+            for cls, accessor, source, inferred in re.findall(
+                    r"(\w+)Constants::(\w+)\(\) const \{\n  return code\(\d+\);  // (\S+)"
+                    r"( \(inferred\))?\n", text):
+                marks.setdefault(cls, {})[accessor] = bool(inferred)
+                sources[accessor] = source
+
+        def inferred(cls, accessor):
+            while cls != "Arch" and accessor not in marks.get(cls, {}):
+                cls = bases[cls]
+            return cls != "Arch" and marks[cls][accessor]
+
+        archs = {g["product"]: g["code_name"] for g in sitecheck.tool_json(ARGS.archspec, "archs")}
+        self.assertGreater(sum(marks["Ry"].values()), 0)
+        for product in self.products:
+            cls = archs[product][:1].upper() + archs[product][1:]
+            for accessor, source in sources.items():
+                _, cells, shown_source = self.rows[accessor]
+                self.assertEqual("inf" in cells[product][1], inferred(cls, accessor),
+                                 f"{accessor} {product}")
+                self.assertEqual(shown_source, source, accessor)
+
+
+class ChangesTest(unittest.TestCase):
+    """The page of changes lists what the tool answers differently from one generation to the
+    next, and the records diff finds what a table changes."""
+
+    def test_constants_listed_are_those_the_tool_answers_differently(self):
+        products = list(sitecheck.products(ARGS.archspec))
+        answers = {p: sitecheck.answers(ARGS.archspec, p) for p in products}
+        sections = {s.attrs["id"]: s for s in page("changes.html").root.iter("section")}
+        for before, after in zip(products, products[1:]):
+            listed = {}
+            for tr in sections[f"{before}-{after}"].iter("tr"):
+                if tr.classes & {"added", "removed", "changed"}:
+                    listed[next(tr.iter("th")).text()] = tr.classes
+            expected = {}
+            for name, was in answers[before].items():
+                now = answers[after][name]
+                if was != now:
+                    expected[name] = {"added" if was is None else "removed" if now is None
+                                      else "changed"}
+            self.assertEqual(listed, expected, f"{before} -> {after}")
+
+    def test_record_changes_of_a_small_table(self):
+        table = """
+tile t top the tile
+record inner  ko=4/1
+  x      4
+record fresh  ry=1/1
+  f      1
+record top  ko=22/4/8  ry=23/5/11
+  a      4
+  b      6      8
+  gone   inner  -
+  c      -      2
+  fr     -      fresh
+  p      2x4    4x2
+"""
+        with tempfile.TemporaryDirectory() as tables:
+            with open(os.path.join(tables, "small.rec"), "w") as f:
+                f.write(table)
+            errors = genlib.Errors()
+            records, _ = record_tables.load(tables, ["ko", "ry"], errors)
+            self.assertFalse(errors, [str(e) for e in errors])
+        added, removed, changed = changes.record_changes("ko", "ry", records)
+        self.assertEqual((added, removed), (["fresh"], ["inner"]))
+        self.assertEqual([(name, was, now) for name, was, now, _ in changed], [("top", 22, 23)])
+        self.assertEqual({(what, field) for what, field, _, _ in changed[0][3]},
+                         {("removed", "gone"), ("added", "c"), ("added", "fr"),
+                          ("resized", "b"), ("changed form", "p")})
+
+
+class LinksTest(unittest.TestCase):
+    """Every link and search entry leads to a page of the site and an anchor on it; nothing is
+    fetched from elsewhere; the pages stay light."""
+
+    def test_every_link_resolves(self):
+        for name in sitecheck.site_pages(ARGS.site):
+            ids = {name: set(page(name).ids())}
+            for element in page(name).root.iter():
+                for target in (element.attrs.get("href"), element.attrs.get("src")):
+                    if target is None:
+                        continue
+                    with self.subTest(page=name, link=target):
+                        self.assertNotRegex(target, r"^[a-z]+:|^//", "points off the site")
+                        file, _, anchor = target.partition("#")
+                        file = file or name
+                        self.assertTrue(os.path.exists(os.path.join(ARGS.site, file)))
+                        if anchor and file.endswith(".html"):
+                            if file not in ids:
+                                ids[file] = set(page(file).ids())
+                            self.assertIn(anchor, ids[file])
+
+    def test_ids_are_unique_on_each_page(self):
+        for name in sitecheck.site_pages(ARGS.site):
+            ids = page(name).ids()
+            self.assertEqual(len(ids), len(set(ids)), name)
+
+    def test_every_search_entry_resolves(self):
+        with open(os.path.join(ARGS.site, "search-index.js"), encoding="utf-8") as f:
+            text = f.read()
+        index = json.loads(text[text.index("{"):text.rindex("}") + 1])
+        kinds = set()
+        for entry in index["lists"]:
+            names = entry.get("names")
+            if names is None:  # front-coded: [shared length, rest, ...]
+                names, before = [], ""
+                for shared, rest in zip(entry["front"][::2], entry["front"][1::2]):
+                    before = before[:shared] + rest
+                    names.append(before)
+            target = index["pages"][entry["page"]]
+            ids = set(page(target).ids())
+            missing = [n for n in names if n not in ids]
+            self.assertEqual(missing, [], f"{entry['kind']} entries of {target}")
+            kinds.add(entry["kind"])
+        self.assertLessEqual({"parameter", "enumerant", "container", "feature", "constraint",
+                              "type", "record", "leaf"}, kinds)
+
+    def test_pages_stay_light(self):
+        sizes = {n: os.path.getsize(os.path.join(ARGS.site, n)) for n in os.listdir(ARGS.site)}
+        largest = max(sizes, key=sizes.get)
+        print(f"\nlargest page: {largest}, {sizes[largest] / 1e6:.2f} MB", file=sys.stderr)
+        self.assertLessEqual(sizes[largest], PAGE_LIMIT, largest)
+
+    def test_a_second_run_writes_the_same_site(self):
+        with tempfile.TemporaryDirectory() as scratch:
+            out = os.path.join(scratch, "reference")
+            subprocess.run([sys.executable, os.path.join(SITE_SOURCE, "gen_site.py"),
+                            "--archspec", ARGS.archspec, "--tables",
+                            os.path.join(GEN_DIR, "tables"), "--out", out],
+                           check=True, capture_output=True)
+            files = sorted(os.listdir(ARGS.site))
+            self.assertEqual(sorted(os.listdir(out)), files)
+            _, differ, errors = filecmp.cmpfiles(ARGS.site, out, files, shallow=False)
+            self.assertEqual(differ + errors, [])
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)

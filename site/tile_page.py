@@ -1,0 +1,245 @@
+"""The page of one tile of one records namespace: the bit map and the field tree.
+
+The leaves, their offsets, widths and registers are the tool's layout, in bit order. The tree over
+them follows the leaf paths: the leaves of a record or an array element lie next to each other, so
+a group opens where a path first names it and closes where the paths leave it. The record tables
+only name what each group is (a record, an array, a packed array).
+"""
+
+import dataclasses
+import re
+from html import escape
+
+import record_tables
+from pages import form_html
+
+BITS_PER_ROW = 64
+BIT = 12  # width of one bit in the map, in SVG units
+PITCH = 16  # height of one row of bits
+BOX = 14  # height of a leaf's box
+GUTTER = 44  # room left of the rows for their first bit's offset
+CHAR = 5.6  # width of one character of a label
+HUES = 12  # colours of the records, repeated
+OPEN_ROWS = 400  # rows the field tree shows at first; deeper groups start closed
+
+COMPONENT_RE = re.compile(r"\[\d+\]|[^.\[]+")
+
+
+@dataclasses.dataclass
+class Node:
+    name: str  # "AGCU_AGU_config", "[1]" or the leaf's field name
+    path: str  # from the tile record down, as the tool writes leaf paths
+    cell: object  # the record_tables construct it is, None where the tables do not say
+    children: list = dataclasses.field(default_factory=list)
+    leaf: dict = None  # the tool's leaf, for a leaf
+    first: int = 0  # offset of its first bit
+    bits: int = 0
+    regs: tuple = (0, 0)  # lowest and highest register of its leaves
+
+
+def child_cell(cell, name, records):
+    """What the field or element `name` of a construct is, by the record tables."""
+    if name.startswith("["):
+        if isinstance(cell, record_tables.Array):
+            return cell.element
+        if isinstance(cell, record_tables.Packed):
+            return record_tables.Leaf(cell.bits)
+        return None
+    if isinstance(cell, record_tables.Ref) and cell.name in records:
+        field = next((f for f in records[cell.name].fields if f.name == name), None)
+        return field.cell if field else None
+    return None
+
+
+def build_tree(layout, records):
+    """The tile's record as a tree of groups over its leaves; `records` maps names to the records
+    of the layout's namespace."""
+    root = Node("", "", record_tables.Ref(layout.record))
+    stack = [root]  # the open groups, outermost first
+    for leaf in layout.leaves:
+        names = COMPONENT_RE.findall(leaf["path"])
+        paths, path = [], ""
+        for name in names:
+            path = path + name if name.startswith("[") or not path else f"{path}.{name}"
+            paths.append(path)
+        depth = 1
+        while depth < len(stack) and depth <= len(names) - 1 and \
+                stack[depth].path == paths[depth - 1]:
+            depth += 1
+        del stack[depth:]
+        for i in range(depth - 1, len(names)):
+            parent = stack[-1]
+            node = Node(names[i], paths[i], child_cell(parent.cell, names[i], records))
+            parent.children.append(node)
+            if i == len(names) - 1:
+                node.leaf = leaf
+            else:
+                stack.append(node)
+    _sum_up(root)
+    return root
+
+
+def _sum_up(node):
+    if node.leaf:
+        reg_hi = node.leaf.get("reg_hi", node.leaf["reg_lo"])
+        node.first, node.bits = node.leaf["offset"], node.leaf["width"]
+        node.regs = (node.leaf["reg_lo"], reg_hi)
+        return
+    for child in node.children:
+        _sum_up(child)
+    node.first = node.children[0].first
+    node.bits = sum(c.bits for c in node.children)
+    node.regs = (min(c.regs[0] for c in node.children), max(c.regs[1] for c in node.children))
+
+
+def walk(node):
+    """Every node below `node`, in bit order."""
+    for child in node.children:
+        yield child
+        yield from walk(child)
+
+
+def registers(lo, hi):
+    """Like the tool: "7", or "7-8" for several."""
+    return str(lo) if lo == hi else f"{lo}-{hi}"
+
+
+def record_instances(root):
+    """The first group of each record in the tile, by record name: where a record's page links."""
+    found = {}
+    for node in walk(root):
+        if isinstance(node.cell, record_tables.Ref) and node.cell.name not in found:
+            found[node.cell.name] = node.path
+    return found
+
+
+# The bit map ---------------------------------------------------------------------------------------
+
+
+def _colours(root):
+    """Per leaf path, its colour class: the hue of the record that holds it (its innermost group
+    that is a record), and a second shade for odd elements of the innermost array that holds it,
+    so that neighbouring elements stand apart. Also the records in order of their hues."""
+    classes, hues = {}, {}
+
+    def visit(node, record):
+        if isinstance(node.cell, record_tables.Ref):
+            record = node.cell.name
+        for child in node.children:
+            if child.leaf:
+                hue = hues.setdefault(record, len(hues)) % HUES
+                groups = COMPONENT_RE.findall(child.path)[:-1]
+                index = next((int(g[1:-1]) for g in reversed(groups) if g.startswith("[")), 0)
+                classes[child.path] = f"c{hue}" + (" a" if index % 2 else "")
+            else:
+                visit(child, record)
+
+    visit(root, None)
+    return classes, list(hues)
+
+
+def _pieces(offset, width):
+    """A leaf's bits cut at the ends of rows: (row, first column, bits) per piece."""
+    while width > 0:
+        row, column = divmod(offset, BITS_PER_ROW)
+        take = min(width, BITS_PER_ROW - column)
+        yield row, column, take
+        offset, width = offset + take, width - take
+
+
+def bitmap_svg(layout, root):
+    """The tile's bit string, BITS_PER_ROW bits a row, one group of boxes per leaf (a box, or
+    several where a leaf crosses the end of a row), labelled where its name fits. The groups come
+    in the order of the leaves' rows in the field tree, which is how the page's script names a
+    box on hover without repeating every path here."""
+    rows = -(-layout.bits // BITS_PER_ROW)
+    width, height = GUTTER + BITS_PER_ROW * BIT, rows * PITCH
+    out = [f'<svg id="bitmap" class="bitmap" viewBox="0 0 {width} {height}" '
+           f'width="{width}" height="{height}" role="img" '
+           f'aria-label="bit map of {escape(layout.record)}">']
+    out += [f'<text class="o" x="{GUTTER - 4}" y="{r * PITCH + 11}">{r * BITS_PER_ROW}</text>'
+            for r in range(rows)]
+    colours, _ = _colours(root)
+    for leaf in layout.leaves:
+        pieces = list(_pieces(leaf["offset"], leaf["width"]))
+        out.append(f'<g class="{colours[leaf["path"]]}">')
+        for row, column, bits in pieces:
+            out.append(f'<rect x="{GUTTER + column * BIT}" y="{row * PITCH}" '
+                       f'width="{bits * BIT}" height="{BOX}"/>')
+        label = leaf["path"].rsplit(".", 1)[-1]
+        row, column, bits = max(pieces, key=lambda p: p[2])
+        if len(label) * CHAR + 4 <= bits * BIT:
+            out.append(f'<text x="{GUTTER + column * BIT + 2}" y="{row * PITCH + 10}">'
+                       f'{escape(label)}</text>')
+        out.append("</g>")
+    out.append("</svg>")
+    return "".join(out)
+
+
+def legend(root, records_page):
+    """The records of the tile with their colours; each links to its fields."""
+    _, records = _colours(root)
+    items = [f'<li><span class="sw c{hue % HUES}"></span>'
+             f'<a href="{records_page}#{escape(name)}">{escape(name)}</a></li>'
+             for hue, name in enumerate(records)]
+    return f'<ul class="legend">{"".join(items)}</ul>'
+
+
+# The field tree -----------------------------------------------------------------------------------
+
+
+def open_depth(root):
+    """How deep the groups of the tree start open: as deep as keeps the rows shown at first within
+    OPEN_ROWS, and the top-level groups at least. Closed groups cost the browser nothing to lay
+    out, which keeps the largest tiles quick to open."""
+    depth, level, shown = 1, root.children, len(root.children)
+    while True:
+        level = [c for node in level if not node.leaf for c in node.children]
+        shown += len(level)
+        if not level or shown > OPEN_ROWS:
+            return depth
+        depth += 1
+
+
+def _tree_rows(node, records_page, depth, opened, out):
+    for child in node.children:
+        name, regs = escape(child.name), registers(*child.regs)
+        if child.leaf:
+            out.append(f'<div class="r" id="{escape(child.path)}"><span class="n">{name}</span>'
+                       f'<span>{child.first}</span><span>{child.bits}</span><span>{regs}</span>'
+                       f'</div>')
+            continue
+        kind = form_html(child.cell, records_page) if child.cell else ""
+        state = " open" if depth <= opened else ""
+        out.append(f'<details{state} id="{escape(child.path)}"><summary><span class="n">{name} '
+                   f'<em>{kind}</em></span><span>{child.first}</span><span>{child.bits}</span>'
+                   f'<span>{regs}</span></summary>')
+        _tree_rows(child, records_page, depth + 1, opened, out)
+        out.append("</details>")
+
+
+def field_tree(root, records_page):
+    out = ['<div class="tree"><div class="th"><span class="n">path</span><span>offset</span>'
+           '<span>width</span><span>registers</span></div>']
+    _tree_rows(root, records_page, 1, open_depth(root), out)
+    out.append("</div>")
+    return "".join(out)
+
+
+def body(layout, root, records_page):
+    serves = ", ".join(g.label for g in layout.serves)
+    leaves = len(layout.leaves)
+    return (f'<h1>{escape(layout.tile.upper())} of {escape(layout.ns)} '
+            f'<small>{escape(layout.record)}</small></h1>'
+            f'<p class="lead">The {escape(layout.description)} as the records of '
+            f'{escape(layout.ns)} lay it out, for {escape(serves)}: {layout.bits:,} bits in '
+            f'{leaves:,} leaves, registers {registers(*root.regs)}. Offsets count from the first '
+            f'bit of the tile\'s bit string; a leaf\'s offset is its most significant bit. '
+            f'Click a box or a row to link to it.</p>'
+            f'<div class="split"><section id="map-pane" class="map" aria-label="bit map">'
+            f'{legend(root, records_page)}{bitmap_svg(layout, root)}</section>'
+            f'<section id="fields-pane" aria-label="fields"><div class="tools">'
+            f'<button type="button" data-tree="open">Expand all</button>'
+            f'<button type="button" data-tree="close">Collapse all</button>'
+            f'<output id="leaf"></output></div>'
+            f'{field_tree(root, records_page)}</section></div>')
