@@ -14,7 +14,7 @@ import os
 import subprocess
 import sys
 
-# Where an accessor has no answer in a generation (a value of None is an answer: an absent optional).
+# Where an accessor has no answer in a generation. None is an answer: an absent optional.
 UNANSWERED = object()
 
 # Enumeration types of these tables share one page each; every other type has a page of its own.
@@ -71,6 +71,9 @@ class Constant:
     values: dict  # product -> the tool's JSON value, or UNANSWERED
     source: str = ""  # "params.tbl:31": the table row
     inferred: dict = dataclasses.field(default_factory=dict)  # product -> code is inferred
+
+    def answered_by(self, product):
+        return self.values.get(product, UNANSWERED) is not UNANSWERED
 
 
 @dataclasses.dataclass

@@ -1,5 +1,6 @@
 """The pages of the reference site, one function per kind of page. Each returns the page's HTML;
-gen_site.py writes them. Every value shown is the tool's answer, written as `archspec get` writes it.
+gen_site.py writes them. Every value shown is the tool's answer, written as `archspec get` writes
+it.
 """
 
 import json
@@ -25,8 +26,11 @@ def frame(title, page, body):
 <body data-page="{page}">
 <header>
 <a class="home" href="index.html">{SITE}</a>
-<nav><a href="index.html#tiles">Tiles</a><a href="index.html#constants">Constants</a><a href="flags.html">Features and constraints</a><a href="changes.html">What changed</a></nav>
-<div class="search"><input id="search" type="search" autocomplete="off" spellcheck="false" placeholder="Search accessors, field paths, records, types" aria-label="Search"><ol id="results" hidden></ol></div>
+<nav><a href="index.html#tiles">Tiles</a><a href="index.html#constants">Constants</a>
+<a href="flags.html">Features and constraints</a><a href="changes.html">What changed</a></nav>
+<div class="search"><input id="search" type="search" autocomplete="off" spellcheck="false"
+placeholder="Search accessors, field paths, records, types" aria-label="Search">
+<ol id="results" hidden></ol></div>
 </header>
 <main>
 {body}
@@ -99,7 +103,7 @@ LEGEND = ('<p class="marks">Marks: <span class="na">—</span> not answered by t
 
 def enum_type_section(t, columns):
     answered = ", ".join(
-        f"{g.product} {sum(m.values.get(g.product, UNANSWERED) is not UNANSWERED for m in t.members)}"
+        f"{g.product} {sum(m.answered_by(g.product) for m in t.members)}"
         for g in columns)
     inferred = sum(any(m.inferred.values()) for m in t.members)
     kind = f"{escape(t.kind)} · " if t.kind else ""
@@ -137,7 +141,7 @@ def flags_page(flags, columns):
     return frame("Features and constraints", "flags.html", "".join(body))
 
 
-# Records --------------------------------------------------------------------------------------------
+# Records ---------------------------------------------------------------------------------------
 
 
 def record_field_rows(rec, records):
@@ -213,9 +217,10 @@ def home_page(facts):
         f'<td>{"yes" if g.selectable else "no"}</td></tr>' for g in facts.generations)
     namespaces = facts.namespaces()
     tile_names = list(dict.fromkeys(t.tile for t in facts.tiles))
-    head = "".join(
-        f'<th>{escape(ns)} <small>{escape(", ".join(g.product for g in facts.columns if g.records == ns))}'
-        f'</small></th>' for ns in namespaces)
+    serves = {ns: ", ".join(g.product for g in facts.columns if g.records == ns)
+              for ns in namespaces}
+    head = "".join(f'<th>{escape(ns)} <small>{escape(serves[ns])}</small></th>'
+                   for ns in namespaces)
     rows = []
     for tile in tile_names:
         cells = []
@@ -234,7 +239,8 @@ def home_page(facts):
     shared = {}
     for t in facts.enum_types:
         shared.setdefault(t.page, []).append(t)
-    families = [f'<li><a href="params.html">Parameters</a> <small>{counts["parameter"]}</small></li>']
+    families = [f'<li><a href="params.html">Parameters</a> '
+                f'<small>{counts["parameter"]}</small></li>']
     families += [f'<li><a href="{page}">{escape(types[0].family)}</a> <small>{len(types)} types, '
                  f'{sum(t.count for t in types)} enumerants</small></li>'
                  for page, types in shared.items() if len(types) > 1]

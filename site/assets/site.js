@@ -205,7 +205,8 @@
     }
     // A tile: the panes fill the window, the row and its boxes stand in their middles.
     const split = document.querySelector(".split");
-    window.scrollBy(0, split.getBoundingClientRect().top - document.querySelector("header").offsetHeight);
+    const header = document.querySelector("header").offsetHeight;
+    window.scrollBy(0, split.getBoundingClientRect().top - header);
     centre(fields, el.tagName === "DETAILS" ? el.firstElementChild : el);
     document.getElementById("leaf").textContent = id;
     const g = box(id);

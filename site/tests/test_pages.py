@@ -52,9 +52,10 @@ def constant_rows():
                 cells = list(tr.iter("td"))
                 by_product = {heads[i + 1]: (cell.text(), cell.classes)
                               for i, cell in enumerate(cells) if heads[i + 1].startswith("mk")}
-                if tr.attrs["id"] in found:
-                    raise AssertionError(f"{tr.attrs['id']} on {found[tr.attrs['id']][0]} and {name}")
-                found[tr.attrs["id"]] = (name, by_product, cells[-1].text())
+                accessor = tr.attrs["id"]
+                if accessor in found:
+                    raise AssertionError(f"{accessor} on {found[accessor][0]} and {name}")
+                found[accessor] = (name, by_product, cells[-1].text())
     return found
 
 
@@ -66,8 +67,8 @@ class TilePagesTest(unittest.TestCase):
         cls.products = sitecheck.products(ARGS.archspec)
         cls.codes = {g["product"]: g["code_name"]
                      for g in sitecheck.tool_json(ARGS.archspec, "archs")}
-        cls.tiles = sorted(h for h in (a.attrs.get("href", "") for a in page("index.html").root.iter("a"))
-                           if h.startswith("tile-"))
+        links = (a.attrs.get("href", "") for a in page("index.html").root.iter("a"))
+        cls.tiles = sorted(h for h in links if h.startswith("tile-"))
 
     def layout(self, product, tile):
         """(path, offset, width, registers) of each leaf, from the tool's text form."""
