@@ -98,7 +98,7 @@ def constants_table(constants, columns, show_type=False):
 LEGEND = ('<p class="marks">Marks: <span class="na">—</span> not answered by the generation, '
           '<span class="chg">changed</span> from the generation on its left, '
           '<span class="new">answered</span> where the generation on its left does not, '
-          '<span class="inf">inferred</span> a code the tables give only as a span of codes.</p>')
+          '≈ after an inferred code, one the tables give only as a span of codes.</p>')
 
 
 def enum_type_section(t, columns):
