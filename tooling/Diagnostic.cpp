@@ -73,31 +73,31 @@ std::string FormatDiagnostic(std::string_view file, const Diagnostic& diagnostic
 }
 
 std::string EchoText(std::string_view text, size_t max_bytes) {
-  const bool cut = text.size() > max_bytes;
   std::string out;
+  std::string piece;
   size_t i = 0;
   while (i < text.size()) {
     uint32_t code = 0;
     const size_t length = DecodeUtf8(text.substr(i), code);
-    // A cut falls before a character, never inside one.
-    if (cut && i + (length == 0 ? 1 : length) > max_bytes) break;
+    piece.clear();
     if (length == 0) {
-      AppendEscape(out, static_cast<uint8_t>(text[i]));
-      i += 1;
-      continue;
-    }
-    if (code < 0x20 || code == 0x7f) {
-      AppendEscape(out, static_cast<uint8_t>(code));
+      AppendEscape(piece, static_cast<uint8_t>(text[i]));
+    } else if (code < 0x20 || code == 0x7f) {
+      AppendEscape(piece, static_cast<uint8_t>(code));
     } else if (IsInvisible(code)) {
       char buffer[16];
       std::snprintf(buffer, sizeof buffer, "\\u{%04x}", static_cast<unsigned>(code));
-      out += buffer;
+      piece = buffer;
     } else {
-      out.append(text.substr(i, length));
+      piece.assign(text.substr(i, length));
     }
-    i += length;
+    // A cut falls between characters (and escapes), never inside one.
+    if (out.size() + piece.size() > max_bytes) {
+      return out + "... (" + std::to_string(text.size()) + " bytes)";
+    }
+    out += piece;
+    i += length == 0 ? 1 : length;
   }
-  if (cut) out += "... (" + std::to_string(text.size()) + " bytes)";
   return out;
 }
 

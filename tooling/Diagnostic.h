@@ -24,14 +24,14 @@ struct ReportLimits {
   size_t max_hints = 5;    // unknown names, from the first on, that get a "did you mean" hint
 };
 
-// The longest piece of input text that complaints echo whole.
+// The most that a complaint shows of one piece of input text.
 inline constexpr size_t kEchoBytes = 200;
 
 // Text from an input as a complaint echoes it: control bytes, NUL, DEL, bytes that are not UTF-8
 // and invisible or direction-changing characters (a byte-order mark, a zero-width space) written
-// as escapes ("\x00", "\t", "\u{feff}"), so that what is shown is what was read; and text longer
-// than `max_bytes` cut at a character boundary and marked with its length,
-// "simd_structIn[0]...  (1048576 bytes)".
+// as escapes ("\x00", "\t", "\u{feff}"), so that what is shown is what was read; and cut, at a
+// character, where what is shown would pass `max_bytes`, with the length of the text said:
+// "simd_structIn[0]... (1048576 bytes)".
 std::string EchoText(std::string_view text, size_t max_bytes = kEchoBytes);
 
 }  // namespace archspec

@@ -6,24 +6,49 @@
 namespace archspec {
 
 size_t EditDistance(std::string_view a, std::string_view b, size_t limit) {
-  // One row, kept between calls: a suggestion compares one name with thousands.
+  // What both names share at their start and their end costs no edit: paths of one record share
+  // most of their length ("simd_structIn[0][4].stage_op..."), so this leaves little to compare.
+  while (!a.empty() && !b.empty() && a.front() == b.front()) {
+    a.remove_prefix(1);
+    b.remove_prefix(1);
+  }
+  while (!a.empty() && !b.empty() && a.back() == b.back()) {
+    a.remove_suffix(1);
+    b.remove_suffix(1);
+  }
+  const size_t m = a.size();
+  const size_t n = b.size();
+  // No distance exceeds the longer length; past the limit every value is the same to a caller.
+  limit = std::min(limit, std::max(m, n));
+  const size_t over = limit + 1;
+  if ((m > n ? m - n : n - m) > limit) return over;
+
+  // Cell (i, j) is the distance between the first i characters of `a` and the first j of `b`.
+  // Only cells with |i - j| <= limit can be within the limit, so each row computes that band;
+  // the cells around it count as over the limit. One row, kept between calls: a suggestion
+  // compares one name with thousands.
   thread_local std::vector<size_t> row;
-  row.assign(b.size() + 1, 0);
-  for (size_t j = 0; j <= b.size(); ++j) row[j] = j;
-  for (size_t i = 1; i <= a.size(); ++i) {
-    size_t diagonal = row[0];
-    row[0] = i;
-    size_t smallest = row[0];
-    for (size_t j = 1; j <= b.size(); ++j) {
+  row.assign(n + 1, over);
+  for (size_t j = 0; j <= std::min(n, limit); ++j) row[j] = j;
+  for (size_t i = 1; i <= m; ++i) {
+    const size_t lo = i > limit ? i - limit : 1;
+    const size_t hi = std::min(n, i + limit);
+    size_t diagonal = row[lo - 1];
+    row[lo - 1] = lo == 1 && i <= limit ? i : over;
+    size_t smallest = row[lo - 1];
+    for (size_t j = lo; j <= hi; ++j) {
       const size_t above = row[j];
-      row[j] = std::min({above + 1, row[j - 1] + 1, diagonal + (a[i - 1] == b[j - 1] ? 0 : 1)});
+      size_t cell = diagonal + (a[i - 1] == b[j - 1] ? 0 : 1);
+      cell = std::min(cell, above + 1);
+      cell = std::min(cell, row[j - 1] + 1);
+      row[j] = std::min(cell, over);
       diagonal = above;
       smallest = std::min(smallest, row[j]);
     }
     // No cell of a later row is below the smallest of this one.
-    if (smallest > limit) return limit + 1;
+    if (smallest > limit) return over;
   }
-  return row[b.size()];
+  return row[n];
 }
 
 void NearestName::Offer(std::string_view candidate) {

@@ -110,17 +110,23 @@ class Reader {
     if (!leaf_index.has_value()) return Fail(line, UnknownPath(path));
     const Leaf& leaf = layout_.leaves()[*leaf_index];
 
-    // The value as written, and what it stands for when it is a name.
-    std::string shown = EchoText(value_text);
+    // The value as a complaint shows it: as written, and what it stands for when it is a name.
+    // Made only for a complaint, as most lines have none.
+    const bool named_value = IsNameStart(value_text.front());
     uint64_t value = 0;
-    if (IsNameStart(value_text.front())) {
+    const auto shown = [&] {
+      std::string out = EchoText(value_text);
+      if (named_value) out += " = " + std::to_string(value);
+      return out;
+    };
+    if (named_value) {
       if (!names_) {
-        return Fail(line,
-                    "no enumerant names are known here, found " + shown + " for " + leaf.path);
+        return Fail(line, "no enumerant names are known here, found " + EchoText(value_text) +
+                              " for " + leaf.path);
       }
       NamedValue named = names_(value_text);
       if (!named.value.has_value()) {
-        std::string message = leaf.path + " = " + shown + ": " + named.error;
+        std::string message = leaf.path + " = " + EchoText(value_text) + ": " + named.error;
         if (named.nearest && TakeHint()) {
           const std::string nearest = named.nearest();
           if (!nearest.empty()) message += "; did you mean " + nearest + "?";
@@ -128,26 +134,25 @@ class Reader {
         return Fail(line, message);
       }
       value = *named.value;
-      shown += " = " + std::to_string(value);
     } else if (value_text.front() == '-') {
-      return Fail(line, "value " + shown + " of " + leaf.path +
+      return Fail(line, "value " + shown() + " of " + leaf.path +
                             " is negative; fields hold unsigned numbers");
     } else {
       bool overflow = false;
       const std::optional<uint64_t> number = ParseNumber(value_text, overflow);
       if (overflow) {
-        return Fail(line, "value " + shown + " does not fit in " + std::to_string(leaf.width) +
+        return Fail(line, "value " + shown() + " does not fit in " + std::to_string(leaf.width) +
                               " bits of " + leaf.path);
       }
       if (!number.has_value()) {
-        return Fail(line, "value " + shown + " of " + leaf.path +
+        return Fail(line, "value " + shown() + " of " + leaf.path +
                               " is neither a number (decimal or 0x hexadecimal) nor an enumerant "
                               "name");
       }
       value = *number;
     }
     if (value > MaxValue(leaf.width)) {
-      return Fail(line, "value " + shown + " does not fit in " + std::to_string(leaf.width) +
+      return Fail(line, "value " + shown() + " does not fit in " + std::to_string(leaf.width) +
                             " bits of " + leaf.path);
     }
 

@@ -133,11 +133,13 @@ TEST(EchoText, ShowsEveryByteThatWouldNotPrintAsAnEscape) {
   for (const Case& c : cases) EXPECT_EQ(EchoText(c.text), c.shown) << c.shown;
 }
 
-TEST(EchoText, CutsLongTextAtACharacterAndSaysHowLongItWas) {
+TEST(EchoText, CutsWhatItShowsAtACharacterAndSaysHowLongTheTextWas) {
   EXPECT_EQ(EchoText(std::string(1 << 20, 'a'), 8), "aaaaaaaa... (1048576 bytes)");
   // A two-byte character that does not fit whole is left out.
   EXPECT_EQ(EchoText("abcdefg\xc3\xa9xyz", 8), "abcdefg... (12 bytes)");
   EXPECT_EQ(EchoText("12345678", 8), "12345678");
+  // The cut counts what is shown: escapes are longer than the bytes they stand for.
+  EXPECT_EQ(EchoText(std::string(100, '\0'), 10), "\\x00\\x00... (100 bytes)");
 }
 
 }  // namespace

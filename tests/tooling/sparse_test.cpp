@@ -2,6 +2,8 @@
 // the canonical form they write, and the words of every refusal.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <random>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -282,6 +284,42 @@ TEST(LayoutLookup, FindsTheLeafOfEveryBitAndNoneOutside) {
   }
   EXPECT_FALSE(layout.LeafAtBit(80).has_value());
   EXPECT_EQ(Registers(layout.leaves()[5]), "5-6");
+}
+
+// The plain table of edit distances, for comparison with the one that stops at a limit.
+size_t FullEditDistance(const std::string& a, const std::string& b) {
+  std::vector<std::vector<size_t>> d(a.size() + 1, std::vector<size_t>(b.size() + 1));
+  for (size_t i = 0; i <= a.size(); ++i) d[i][0] = i;
+  for (size_t j = 0; j <= b.size(); ++j) d[0][j] = j;
+  for (size_t i = 1; i <= a.size(); ++i) {
+    for (size_t j = 1; j <= b.size(); ++j) {
+      d[i][j] = std::min(
+          {d[i - 1][j] + 1, d[i][j - 1] + 1, d[i - 1][j - 1] + (a[i - 1] == b[j - 1] ? 0 : 1)});
+    }
+  }
+  return d[a.size()][b.size()];
+}
+
+TEST(Nearest, EditDistanceIsExactUpToTheLimitAndOverItPast) {
+  std::mt19937 random(11);
+  const auto word = [&] {
+    std::string out(random() % 12, 'a');
+    for (char& c : out) c = static_cast<char>('a' + random() % 3);
+    return out;
+  };
+  for (int round = 0; round < 20000; ++round) {
+    const std::string a = word();
+    const std::string b = word();
+    const size_t limit = random() % 8;
+    const size_t full = FullEditDistance(a, b);
+    const size_t bounded = EditDistance(a, b, limit);
+    if (full <= limit) {
+      ASSERT_EQ(bounded, full) << a << " " << b << " limit " << limit;
+    } else {
+      ASSERT_EQ(bounded, limit + 1) << a << " " << b << " limit " << limit;
+    }
+    ASSERT_EQ(EditDistance(a, b), full) << a << " " << b;
+  }
 }
 
 TEST(Nearest, PrefersTheSmallestEditAndDropsFarGuesses) {
