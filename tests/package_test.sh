@@ -25,6 +25,11 @@ case "$mode" in
     prefix="$scratch/root/usr"
     "$prefix/bin/archspec" archs | grep -q "mk43" || { echo "the packaged archspec failed"; exit 1; }
     echo "the packaged archspec lists the generations"
+    # The packaged Python package, where Debian's Python looks, finds the packaged library.
+    if [ -d "$prefix/lib/python3/dist-packages/archspec" ]; then
+      PYTHONPATH="$prefix/lib/python3/dist-packages" /usr/bin/python3 -c \
+        'import archspec; print("python:", archspec.generation("mk43").tile("pcu").bits, "bits")'
+    fi
     ;;
   *)
     echo "usage: $0 install|deb BUILD_DIR SOURCE_DIR [CXX_FLAGS [LINKER_FLAGS]]" >&2

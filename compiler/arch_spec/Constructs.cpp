@@ -23,25 +23,21 @@ struct LineBuffer {
     std::memcpy(text + size, piece.data(), piece.size());
     size += piece.size();
   }
-  void PutDecimal(uint64_t value) {
-    char digits[20];
-    int n = 0;
-    do {
-      digits[n++] = static_cast<char>('0' + value % 10);
-      value /= 10;
-    } while (value != 0);
-    while (n > 0) text[size++] = digits[--n];
-  }
+  void PutDecimal(uint64_t value) { PutDigits<10>(value, 1); }
   void PutBlanks(size_t count) {
     std::memset(text + size, ' ', count);
     size += count;
   }
-  void PutHex(uint64_t value, int min_digits) {
-    char digits[16];
+  void PutHex(uint64_t value, int min_digits) { PutDigits<16>(value, min_digits); }
+  // `value` in `Base` (10 or 16, lower-case), most significant digit first, padded with '0' to
+  // `min_digits`.
+  template <unsigned Base>
+  void PutDigits(uint64_t value, int min_digits) {
+    char digits[20];
     int n = 0;
     do {
-      digits[n++] = kHexDigits[value & 15];
-      value >>= 4;
+      digits[n++] = kHexDigits[value % Base];
+      value /= Base;
     } while (value != 0);
     while (n < min_digits) digits[n++] = '0';
     while (n > 0) text[size++] = digits[--n];
@@ -167,13 +163,9 @@ std::string PathOf(const ExternalStorage& entry) {
 namespace constructs_internal {
 
 void AppendDecimal(std::string* out, uint64_t value) {
-  char text[20];
-  int n = 0;
-  do {
-    text[n++] = static_cast<char>('0' + value % 10);
-    value /= 10;
-  } while (value != 0);
-  while (n > 0) out->push_back(text[--n]);
+  LineBuffer digits;
+  digits.PutDecimal(value);
+  out->append(digits.text, digits.size);
 }
 
 MetadataPass::MetadataPass() : outermost_(pass.depth++ == 0) {}
