@@ -38,13 +38,6 @@ struct NotAnswered : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// Text that a caller gave, as a message quotes it: cut if long, so that a bad megabyte is not
-// echoed whole.
-std::string Quoted(const std::string& text) {
-  if (text.size() <= 120) return text;
-  return text.substr(0, 100) + "... (" + std::to_string(text.size()) + " characters)";
-}
-
 py::object ToPython(const nlohmann::json& value) {
   switch (value.type()) {
     case nlohmann::json::value_t::null:
@@ -105,7 +98,7 @@ class Generation {
   py::object Value(const std::string& family, const std::string& name) const {
     const Accessor* accessor = FindAccessor(name);
     if (accessor == nullptr || Family(*accessor) != family) {
-      std::string message = "no " + Singular(family) + " named " + Quoted(name);
+      std::string message = "no " + Singular(family) + " named " + EchoText(name);
       if (name.size() <= 256) {
         NearestName nearest(name);
         for (const Accessor& a : AllAccessors()) {
@@ -167,7 +160,7 @@ std::shared_ptr<Generation> GenerationNamed(const std::string& name) {
 const TileType& FindTile(const std::string& name) {
   const TileType* tile = FindTileType(name);
   if (tile == nullptr) {
-    throw py::value_error("unknown tile '" + Quoted(name) + "'; the tiles are " + TileNames());
+    throw py::value_error("unknown tile '" + EchoText(name) + "'; the tiles are " + TileNames());
   }
   return *tile;
 }
@@ -187,16 +180,13 @@ TileRecord& SharedRecord(const Generation& generation, const TileType& tile) {
   return *record;
 }
 
-std::string Messages(const std::vector<Diagnostic>& errors) {
+// Every complaint about an input, one a line, each naming its place as the tool does
+// ("listing:3: error: ...").
+std::string Messages(std::string_view input, const std::vector<Diagnostic>& errors) {
   std::string out;
   for (const Diagnostic& error : errors) {
     if (!out.empty()) out += "\n";
-    if (error.line > 0) {
-      out += "line " + std::to_string(error.line);
-      if (error.column > 0) out += ", column " + std::to_string(error.column);
-      out += ": ";
-    }
-    out += error.message;
+    out += FormatDiagnostic(input, error);
   }
   return out;
 }
@@ -214,7 +204,7 @@ class Tile {
                        const std::string& text) {
     Tile tile(std::move(generation), FindTile(tile_name));
     const BitsResult bits = ReadBitText(text, tile.layout().bits(), tile.record_->Describe());
-    if (!bits.ok()) throw py::value_error(Messages(bits.errors));
+    if (!bits.ok()) throw py::value_error(Messages("bit text", bits.errors));
     tile.values_ = tile.record_->ReadBits(bits.bits);
     return tile;
   }
@@ -224,7 +214,7 @@ class Tile {
     Tile tile(std::move(generation), FindTile(tile_name));
     const BitsResult bits =
         ReadBitBytes(std::string(data), tile.layout().bits(), tile.record_->Describe());
-    if (!bits.ok()) throw py::value_error(Messages(bits.errors));
+    if (!bits.ok()) throw py::value_error(Messages("bytes", bits.errors));
     tile.values_ = tile.record_->ReadBits(bits.bits);
     return tile;
   }
@@ -236,7 +226,7 @@ class Tile {
     SparseResult read = ReadSparse(listing, tile.layout(), [&g](std::string_view name) {
       return ResolveEnumerantOf(name, g.row().version, g.answers());
     });
-    if (!read.ok()) throw py::value_error(Messages(read.errors));
+    if (!read.ok()) throw py::value_error(Messages("listing", read.errors));
     tile.values_ = std::move(read.values);
     return tile;
   }
@@ -249,17 +239,7 @@ class Tile {
   // The leaf of `path`, or a KeyError that says what the path names instead.
   size_t LeafOf(const std::string& path) const {
     if (const std::optional<size_t> leaf = layout().Find(path)) return *leaf;
-    if (const Branch* branch = layout().FindBranch(path)) {
-      throw py::key_error(Quoted(path) + " is " + (branch->array ? "an array" : "a record") +
-                          " of " + layout().record() + ", not a leaf; its first leaf is " +
-                          layout().leaves()[branch->first_leaf].path);
-    }
-    std::string message = "unknown path " + Quoted(path) + " in " + layout().record();
-    if (path.size() <= 256) {
-      const std::string nearest = layout().Nearest(path);
-      if (!nearest.empty()) message += "; did you mean " + nearest + "?";
-    }
-    throw py::key_error(message);
+    throw py::key_error(layout().NotALeaf(path, true));
   }
 
   uint64_t Get(const std::string& path) const { return values_[LeafOf(path)]; }
@@ -278,7 +258,7 @@ class Tile {
                               " is negative; fields hold unsigned numbers");
       }
       if (py::int_(integer.attr("bit_length")()).cast<uint64_t>() > where.width) {
-        throw py::value_error("value " + Quoted(py::str(value).cast<std::string>()) +
+        throw py::value_error("value " + EchoText(py::str(value).cast<std::string>()) +
                               " does not fit in " + std::to_string(where.width) + " bits of " +
                               path);
       }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "Diagnostic.h"
 #include "Nearest.h"
 
 namespace archspec {
@@ -58,6 +59,23 @@ std::optional<size_t> Layout::LeafAtBit(uint32_t bit) const {
 const Branch* Layout::FindBranch(std::string_view path) const {
   const auto it = branches_.find(std::string(path));
   return it == branches_.end() ? nullptr : &it->second;
+}
+
+std::string Layout::NotALeaf(std::string_view path, bool hint) const {
+  const std::string shown = EchoText(path);
+  if (const Branch* branch = FindBranch(path)) {
+    const std::string what = branch->array ? "an array of " + std::to_string(branch->elements) +
+                                                 (branch->elements == 1 ? " element" : " elements")
+                                           : std::string("a record");
+    return shown + " is " + what + " in " + record_ + ", not a leaf: assign its leaves, such as " +
+           leaves_[branch->first_leaf].path;
+  }
+  std::string message = "unknown path " + shown + " in " + record_;
+  if (hint) {
+    const std::string nearest = Nearest(path);
+    if (!nearest.empty()) message += "; did you mean " + nearest + "?";
+  }
+  return message;
 }
 
 std::string Layout::Nearest(std::string_view path) const {

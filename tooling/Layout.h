@@ -54,6 +54,10 @@ class Layout {
   // The record or array that `path` names ("" is the tile's record), or null: a leaf's path, or a
   // path of nothing, names no branch.
   const Branch* FindBranch(std::string_view path) const;
+  // Why `path` names no leaf, as a complaint says it: it is a record or an array above leaves
+  // (and one of its leaves), or it names nothing (with the nearest path, if `hint`). The path is
+  // echoed escaped and cut.
+  std::string NotALeaf(std::string_view path, bool hint) const;
 
  private:
   std::string record_;

@@ -193,25 +193,7 @@ class Reader {
     return true;
   }
 
-  // Why `path` names no leaf: it names a record or an array above leaves, or nothing.
-  std::string UnknownPath(std::string_view path) {
-    const std::string shown = EchoText(path);
-    if (const Branch* branch = layout_.FindBranch(path)) {
-      const std::string what = branch->array
-                                   ? "an array of " + std::to_string(branch->elements) +
-                                         (branch->elements == 1 ? " element" : " elements")
-                                   : std::string("a record");
-      return shown + " is " + what + " in " + layout_.record() +
-             ", not a leaf: assign its leaves, such as " +
-             layout_.leaves()[branch->first_leaf].path;
-    }
-    std::string message = "unknown path " + shown + " in " + layout_.record();
-    if (TakeHint()) {
-      const std::string nearest = layout_.Nearest(path);
-      if (!nearest.empty()) message += "; did you mean " + nearest + "?";
-    }
-    return message;
-  }
+  std::string UnknownPath(std::string_view path) { return layout_.NotALeaf(path, TakeHint()); }
 
   const Layout& layout_;
   const NameResolver& names_;
