@@ -202,21 +202,13 @@ class Tile {
 
   static Tile FromBits(std::shared_ptr<Generation> generation, const std::string& tile_name,
                        const std::string& text) {
-    Tile tile(std::move(generation), FindTile(tile_name));
-    const BitsResult bits = ReadBitText(text, tile.layout().bits(), tile.record_->Describe());
-    if (!bits.ok()) throw py::value_error(Messages("bit text", bits.errors));
-    tile.values_ = tile.record_->ReadBits(bits.bits);
-    return tile;
+    return FromBitString(std::move(generation), tile_name, "bit text", text, &ReadBitText);
   }
 
   static Tile FromBytes(std::shared_ptr<Generation> generation, const std::string& tile_name,
                         const py::bytes& data) {
-    Tile tile(std::move(generation), FindTile(tile_name));
-    const BitsResult bits =
-        ReadBitBytes(std::string(data), tile.layout().bits(), tile.record_->Describe());
-    if (!bits.ok()) throw py::value_error(Messages("bytes", bits.errors));
-    tile.values_ = tile.record_->ReadBits(bits.bits);
-    return tile;
+    return FromBitString(std::move(generation), tile_name, "bytes", std::string(data),
+                         &ReadBitBytes);
   }
 
   static Tile FromSparse(std::shared_ptr<Generation> generation, const std::string& tile_name,
@@ -355,6 +347,18 @@ class Tile {
   const std::vector<uint64_t>& values() const { return values_; }
 
  private:
+  // A tile read from one of the two forms of a bit string, checked by the tooling layer's reader
+  // of that form (`read`), which names the position of what is wrong.
+  static Tile FromBitString(std::shared_ptr<Generation> generation, const std::string& tile_name,
+                            std::string_view form, std::string_view input,
+                            BitsResult (*read)(std::string_view, size_t, std::string_view)) {
+    Tile tile(std::move(generation), FindTile(tile_name));
+    const BitsResult bits = read(input, tile.layout().bits(), tile.record_->Describe());
+    if (!bits.ok()) throw py::value_error(Messages(form, bits.errors));
+    tile.values_ = tile.record_->ReadBits(bits.bits);
+    return tile;
+  }
+
   std::shared_ptr<Generation> generation_;
   const TileType& tile_;
   TileRecord* record_;
