@@ -8,18 +8,5 @@ pattern=$2
 shift 2
 output=$("$@" 2>&1)
 status=$?
-fail=0
-if [ "$status" != "$want_status" ]; then
-  echo "exit status $status, expected $want_status"
-  fail=1
-fi
-if [ -n "$pattern" ] && ! grep -Eq -- "$pattern" <<<"$output"; then
-  echo "output does not match: $pattern"
-  fail=1
-fi
-if [ "$fail" != 0 ]; then
-  echo "command: $*"
-  echo "--- output"
-  echo "$output"
-  exit 1
-fi
+. "$(dirname "$0")/check_result.sh"
+check_result "$status" "$want_status" "$pattern" "$output" "command: $*"

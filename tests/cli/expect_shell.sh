@@ -15,21 +15,5 @@ export WORK
 trap 'rm -rf "$WORK"' EXIT
 output=$(cd "$WORK" && timeout 20 bash -c "$script" 2>&1)
 status=$?
-fail=0
-if [ "$status" = 124 ]; then
-  echo "timed out after 20 seconds"
-  fail=1
-elif [ "$status" != "$want_status" ]; then
-  echo "exit status $status, expected $want_status"
-  fail=1
-fi
-if [ -n "$pattern" ] && ! grep -Eq -- "$pattern" <<<"$output"; then
-  echo "output does not match: $pattern"
-  fail=1
-fi
-if [ "$fail" != 0 ]; then
-  echo "script: $script"
-  echo "--- output"
-  head -c 4000 <<<"$output"
-  exit 1
-fi
+. "$(dirname "$0")/check_result.sh"
+check_result "$status" "$want_status" "$pattern" "$output" "script: $script"
