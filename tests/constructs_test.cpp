@@ -296,6 +296,68 @@ TEST(PackedArrayTest, ElementIdsNamesAndOffsets) {
   EXPECT_EQ(reg, 4u);
 }
 
+// Long arrays hand their elements to the table in runs: results must not depend on where a run
+// ends, and a missing entry must be found at its own element.
+TEST(PackedArrayTest, LongArraysKeepBitOrderAcrossRuns) {
+  PackedArray<150, 3> packed;
+  for (size_t i = 0; i < 150; ++i) packed.set(i, i % 8);
+  UniqueId next = FreshIds(20);
+  packed.SetUniqueId(next);
+  uint32_t reg = 0;
+  packed.SetExternalStorage("x", nullptr, 4, reg);
+  std::vector<FieldMetadata> fields;
+  packed.CollectFields(fields, false, 0);
+  std::vector<PatchMetadata> patches;
+  packed.CollectPatches(patches, 1, zu::optional<uint32_t>(10), zu::optional<uint32_t>());
+  ASSERT_EQ(fields.size(), 150u);
+  ASSERT_EQ(patches.size(), 150u);
+  for (size_t k = 0; k < 150; ++k) {
+    const size_t i = 149 - k;
+    EXPECT_EQ(fields[k].name, "x[" + std::to_string(i) + "]");
+    EXPECT_EQ(fields[k].bit, 4 + 3 * k);
+    EXPECT_EQ(fields[k].reg, k);
+    EXPECT_EQ(patches[k].reg, 10 + k);
+    EXPECT_EQ(patches[k].value, i % 8);
+  }
+  const std::string text = Printed(packed);
+  EXPECT_NE(text.find("\n  63: [0x0106:86]/3 0x7\n  64: [0x0103:85]/3 0x0\n"), std::string::npos);
+  EXPECT_NE(text.find("\n  149: [0x0004:0]/3 0x5\n]/450\n"), std::string::npos);
+
+  // Element 80's entry is gone: a print shows it short and leaves an empty entry behind, and the
+  // metadata operations stop at it.
+  const UniqueId gone = static_cast<UniqueId>(FreshIds(20) + 150 - 80);
+  BaseConstruct::external_storage_.erase(gone);
+  EXPECT_NE(Printed(packed).find("\n  79: [0x00d6:70]/3 0x7\n  80: [0x0000]/0 0x0\n"),
+            std::string::npos);
+  EXPECT_NE(Printed(packed).find("\n  80: [0x0000:0]/3 0x0\n"), std::string::npos);
+  BaseConstruct::external_storage_.erase(gone);
+  EXPECT_DEATH(packed.CollectFields(fields, false, 0), "External storage not initialized");
+  EXPECT_DEATH(
+      packed.CollectPatches(patches, 1, zu::optional<uint32_t>(), zu::optional<uint32_t>()),
+      "External storage not initialized");
+}
+
+TEST(PackedArrayTest, WideElementsGiveTwoPatchesEach) {
+  PackedArray<70, 40> packed;
+  packed.set(0, (uint64_t{3} << 32) | 7);
+  UniqueId next = FreshIds(21);
+  packed.SetUniqueId(next);
+  uint32_t reg = 0;
+  packed.SetExternalStorage("w", nullptr, 0, reg);
+  EXPECT_EQ(reg, 140u);
+  std::vector<PatchMetadata> patches;
+  packed.CollectPatches(patches, 2, zu::optional<uint32_t>(100), zu::optional<uint32_t>());
+  ASSERT_EQ(patches.size(), 140u);
+  // Element 0 comes last: its low word takes the base, its high word does not.
+  EXPECT_EQ(patches[138].reg, 100u + 138);
+  EXPECT_EQ(patches[138].value, 7u);
+  EXPECT_EQ(patches[139].reg, 139u);
+  EXPECT_EQ(patches[139].value, 3u);
+  patches.clear();
+  packed.CollectPatches(patches, 2, zu::optional<uint32_t>(), zu::optional<uint32_t>(9));
+  EXPECT_EQ(patches[139].value, 9u);
+}
+
 TEST(ArrayTest, ElementZeroIsLastInTheBitsAndFirstInPrint) {
   ArrayLE<2, Nibble> nibbles;
   size_t pos = 0;

@@ -127,6 +127,21 @@ PassState pass;
 // The entry of `id`, made empty if there is none: what every reading of a name does.
 ExternalStorage& NamedEntry(UniqueId id) { return BaseConstruct::external_storage_[id]; }
 
+// The entry of `id`, or null.
+inline ExternalStorage* Lookup(UniqueId id) {
+  const auto found = BaseConstruct::external_storage_.find(id);
+  return found == BaseConstruct::external_storage_.end() ? nullptr : &found->second;
+}
+
+// The entries of the `count` (at most kRun) ids from `first` on, each `step` (1 or -1) from the
+// last, in one tight loop: the lookups are independent, so the processor runs them side by side.
+// An id without an entry gives null.
+void LookUpRun(UniqueId first, int step, size_t count, const ExternalStorage** entries) {
+  for (size_t k = 0; k < count; ++k) {
+    entries[k] = Lookup(static_cast<UniqueId>(first + step * static_cast<int>(k)));
+  }
+}
+
 // The names from the root down to `id`, each non-empty one followed by ".".
 const std::string& PathPrefix(UniqueId id) {
   PassState::Slot& slot = pass.slots[static_cast<uint16_t>(id) % std::size(pass.slots)];
@@ -141,21 +156,29 @@ const std::string& PathPrefix(UniqueId id) {
   return slot.prefix;
 }
 
-// The path of `entry`'s construct, as Name() gives it.
-std::string PathOf(const ExternalStorage& entry) {
-  if (!entry.parent.has_value()) return entry.name;
-  if (pass.depth > 0) return PathPrefix(*entry.parent) + entry.name;
+// Sets `path` to the path of `entry`'s construct, as Name() gives it.
+void AssignPath(std::string& path, const ExternalStorage& entry) {
+  if (!entry.parent.has_value()) {
+    path = entry.name;
+    return;
+  }
+  if (pass.depth > 0) {
+    const std::string& prefix = PathPrefix(*entry.parent);
+    path.reserve(prefix.size() + entry.name.size());
+    path.assign(prefix).append(entry.name);
+    return;
+  }
   // Outside a metadata pass the table may have changed since the last call: walk the parents.
   std::vector<const std::string*> names{&entry.name};
   for (const ExternalStorage* up = &entry; up->parent.has_value();) {
     up = &NamedEntry(*up->parent);
     names.push_back(&up->name);
   }
-  std::string path;
+  path.clear();
   for (size_t i = names.size(); i-- > 1;) {
     if (!names[i]->empty()) path.append(*names[i]).push_back('.');
   }
-  return path.append(entry.name);
+  path.append(entry.name);
 }
 
 }  // namespace
@@ -177,10 +200,7 @@ MetadataPass::~MetadataPass() {
 
 }  // namespace constructs_internal
 
-ExternalStorage* BaseConstruct::FindEntry(UniqueId id) {
-  const auto found = external_storage_.find(id);
-  return found == external_storage_.end() ? nullptr : &found->second;
-}
+ExternalStorage* BaseConstruct::FindEntry(UniqueId id) { return Lookup(id); }
 
 BaseConstruct::~BaseConstruct() = default;
 
@@ -194,7 +214,7 @@ UniqueId BaseConstruct::GetUniqueId() const {
 }
 
 ExternalStorage& BaseConstruct::StoredEntryOf(UniqueId id, const zu::SourceLocation& location) {
-  if (ExternalStorage* entry = FindEntry(id)) return *entry;
+  if (ExternalStorage* entry = Lookup(id)) return *entry;
   // No entry: the lookup leaves an empty one behind, as a lookup of the table does, and fails.
   ExternalStorage& made = NamedEntry(id);
   check(false, "External storage not initialized", location);
@@ -235,37 +255,69 @@ void BaseConstruct::RegisterArray(BaseConstruct* parent) {
 
 std::string BaseConstruct::Name() const {
   check(unique_id_.has_value(), "Unique ID not initialized");
-  return PathOf(NamedEntry(*unique_id_));
+  std::string path;
+  AssignPath(path, NamedEntry(*unique_id_));
+  return path;
 }
 
 namespace {
 
-// The text of a leaf: its place and registers if it has an entry, and its value.
-void PutLeafText(LineBuffer& line, const zu::optional<UniqueId>& id, size_t width, uint64_t value) {
-  const ExternalStorage* entry = nullptr;
-  if (id.has_value()) {
-    entry = BaseConstruct::FindEntry(*id);
-    // A leaf that was never registered leaves an empty entry behind and prints the short form;
-    // printed again, it finds that entry.
-    if (entry == nullptr) NamedEntry(*id);
-  }
-  if (entry == nullptr) {
-    line.Put("[0x0000]/0 0x");
-  } else {
-    line.Put("[0x");
-    line.PutHex(entry->offset, 4);
-    line.Put(":");
-    line.PutDecimal(entry->reg_lo);
-    if (width > 32 && entry->reg_hi.has_value()) {
-      line.Put("-");
-      line.PutDecimal(*entry->reg_hi);
-    }
-    line.Put("]/");
-    line.PutDecimal(width);
-    line.Put(" 0x");
-  }
+// The text of a leaf after its place: its value and the end of the line.
+void PutValue(LineBuffer& line, uint64_t value) {
   line.PutHex(value, 1);
   line.Put("\n");
+}
+
+// The text of a leaf whose entry is `entry`, or the short form without one, up to its value:
+// "[0x012c:7-8]/40 0x" or "[0x0000]/0 0x".
+void PutPlace(LineBuffer& line, const ExternalStorage* entry, size_t width) {
+  if (entry == nullptr) {
+    line.Put("[0x0000]/0 0x");
+    return;
+  }
+  line.Put("[0x");
+  line.PutHex(entry->offset, 4);
+  line.Put(":");
+  line.PutDecimal(entry->reg_lo);
+  if (width > 32 && entry->reg_hi.has_value()) {
+    line.Put("-");
+    line.PutDecimal(*entry->reg_hi);
+  }
+  line.Put("]/");
+  line.PutDecimal(width);
+  line.Put(" 0x");
+}
+
+// The entry that a leaf with `id` prints: none without an id. A leaf that was never registered
+// leaves an empty entry behind and prints the short form; printed again, it finds that entry.
+const ExternalStorage* PrintedEntry(const zu::optional<UniqueId>& id,
+                                    const ExternalStorage* found) {
+  if (id.has_value() && found == nullptr) NamedEntry(*id);
+  return found;
+}
+
+// The one or two FieldMetadata of a leaf of `width` bits with entry `entry`: the low 32 bits, which
+// stand at the end of a wide leaf's stretch, then the bits above them.
+void AppendFields(std::vector<FieldMetadata>& out, const ExternalStorage& entry, size_t width,
+                  bool flag, int32_t base) {
+  FieldMetadata& field = out.emplace_back();
+  AssignPath(field.name, entry);
+  field.width = static_cast<uint16_t>(width < 32 ? width : 32);
+  const uint32_t start = static_cast<uint32_t>(entry.offset) + static_cast<uint32_t>(base);
+  const uint32_t position = start + static_cast<uint32_t>(width >= 32 ? width - 32 : 0);
+  field.word = position / 512;
+  field.bit = position % 512;
+  field.flag = flag;
+  field.reg = entry.reg_lo;
+  field.reg_flag = entry.writable;
+  if (width >= 33 && entry.reg_hi.has_value()) {
+    FieldMetadata high = field;
+    high.width = static_cast<uint16_t>(width - 32);
+    high.word = start / 512;
+    high.bit = start % 512;
+    high.reg = *entry.reg_hi;
+    out.push_back(std::move(high));
+  }
 }
 
 }  // namespace
@@ -273,69 +325,97 @@ void PutLeafText(LineBuffer& line, const zu::optional<UniqueId>& id, size_t widt
 void BaseConstruct::AppendLeafText(std::string* out, const zu::optional<UniqueId>& id, size_t width,
                                    uint64_t value) {
   LineBuffer line;
-  PutLeafText(line, id, width, value);
+  PutPlace(line, PrintedEntry(id, id.has_value() ? Lookup(*id) : nullptr), width);
+  PutValue(line, value);
   out->append(line.text, line.size);
 }
 
-void BaseConstruct::AppendElementText(std::string* out, size_t blanks, size_t index,
-                                      const zu::optional<UniqueId>& id, size_t width,
-                                      uint64_t value) {
-  // Deeper than a line holds is left to the string (no record nests that deep).
-  if (blanks > 40) {
-    out->append(blanks, ' ');
-    blanks = 0;
+void BaseConstruct::AppendElementsText(std::string* out, size_t blanks, size_t first_index,
+                                       size_t count, const zu::optional<UniqueId>& first_id,
+                                       size_t width, const uint64_t* values) {
+  // Deeper than a line holds is left to the string, line by line (no record nests that deep).
+  const size_t extra = blanks > 40 ? blanks : 0;
+  blanks -= extra;
+  const ExternalStorage* entries[constructs_internal::kRun] = {};
+  if (first_id.has_value()) LookUpRun(*first_id, -1, count, entries);
+  // The run's lines go out in one append: they take at most 128 characters each.
+  char text[constructs_internal::kRun * sizeof LineBuffer::text];
+  size_t size = 0;
+  for (size_t k = 0; k < count; ++k) {
+    LineBuffer line;
+    line.PutBlanks(blanks);
+    line.PutDecimal(first_index + k);
+    line.Put(": ");
+    const zu::optional<UniqueId> id =
+        first_id.has_value()
+            ? zu::optional<UniqueId>(static_cast<UniqueId>(*first_id - static_cast<UniqueId>(k)))
+            : zu::optional<UniqueId>();
+    PutPlace(line, PrintedEntry(id, entries[k]), width);
+    PutValue(line, values[k]);
+    if (extra != 0) {
+      out->append(text, size).append(extra, ' ').append(line.text, line.size);
+      size = 0;
+      continue;
+    }
+    std::memcpy(text + size, line.text, line.size);
+    size += line.size;
   }
-  LineBuffer line;
-  line.PutBlanks(blanks);
-  line.PutDecimal(index);
-  line.Put(": ");
-  PutLeafText(line, id, width, value);
-  out->append(line.text, line.size);
+  out->append(text, size);
 }
 
-void BaseConstruct::AppendLeafFields(std::vector<FieldMetadata>& out, UniqueId id, size_t width,
-                                     bool flag, int32_t base, const zu::SourceLocation& location) {
-  const ExternalStorage& entry = StoredEntryOf(id, location);
-  FieldMetadata field;
-  field.name = PathOf(entry);
-  field.width = static_cast<uint16_t>(width < 32 ? width : 32);
-  // The low 32 bits stand at the end of a wide leaf's stretch.
-  uint32_t position = static_cast<uint32_t>(entry.offset) + static_cast<uint32_t>(base) +
-                      static_cast<uint32_t>(width >= 32 ? width - 32 : 0);
-  field.word = position / 512;
-  field.bit = position % 512;
-  field.flag = flag;
-  field.reg = entry.reg_lo;
-  field.reg_flag = entry.writable;
-  if (width >= 33 && entry.reg_hi.has_value()) {
-    out.push_back(field);
-    field.width = static_cast<uint16_t>(width - 32);
-    position = static_cast<uint32_t>(entry.offset) + static_cast<uint32_t>(base);
-    field.word = position / 512;
-    field.bit = position % 512;
-    field.reg = *entry.reg_hi;
+void BaseConstruct::AppendLeavesFields(std::vector<FieldMetadata>& out, UniqueId first_id,
+                                       size_t count, size_t width, bool flag, int32_t base,
+                                       const zu::SourceLocation& location) {
+  constructs_internal::ReserveMore(out, count);
+  const ExternalStorage* entries[constructs_internal::kRun];
+  for (size_t done = 0; done < count;) {
+    const size_t run = constructs_internal::RunAt(done, count);
+    const UniqueId first = static_cast<UniqueId>(first_id + static_cast<UniqueId>(done));
+    LookUpRun(first, 1, run, entries);
+    for (size_t k = 0; k < run; ++k) {
+      const ExternalStorage* entry = entries[k];
+      if (entry == nullptr) entry = &StoredEntryOf(static_cast<UniqueId>(first + k), location);
+      AppendFields(out, *entry, width, flag, base);
+    }
+    done += run;
   }
-  out.push_back(std::move(field));
 }
 
-void BaseConstruct::AppendLeafPatches(std::vector<PatchMetadata>& out, UniqueId id, size_t width,
-                                      uint64_t v, uint32_t patch_id,
-                                      const zu::optional<uint32_t>& base,
-                                      const zu::optional<uint32_t>& value,
-                                      const zu::SourceLocation& location) {
-  const ExternalStorage& entry = StoredEntryOf(id, location);
-  PatchMetadata low;
-  low.id = patch_id;
-  low.reg = entry.reg_lo + (base.has_value() ? *base : 0);
-  low.value = value.has_value() ? *value : static_cast<uint32_t>(v);
-  out.push_back(low);
-  if (width >= 33) {
-    // The high word takes no base: that asymmetry is part of the format of patches.
-    PatchMetadata high;
-    high.id = patch_id;
-    high.reg = entry.reg_hi.has_value() ? *entry.reg_hi : 0;
-    high.value = value.has_value() ? *value : static_cast<uint32_t>(v >> 32);
-    out.push_back(high);
+void BaseConstruct::AppendLeavesPatches(std::vector<PatchMetadata>& out, UniqueId first_id,
+                                        size_t count, size_t width, const uint64_t* values,
+                                        uint32_t patch_id, const zu::optional<uint32_t>& base,
+                                        const zu::optional<uint32_t>& value,
+                                        const zu::SourceLocation& location) {
+  const uint32_t added = base.value_or(0);
+  const bool wide = width >= 33;
+  const bool given = value.has_value();
+  const uint32_t given_value = value.value_or(0);
+  // The one or two patches of the leaf with entry `entry`, holding `v`.
+  const auto append = [&](const ExternalStorage& entry, uint64_t v) {
+    out.push_back({patch_id, entry.reg_lo + added, given ? given_value : static_cast<uint32_t>(v)});
+    if (wide) {
+      // The high word takes no base: that asymmetry is part of the format of patches.
+      out.push_back({patch_id, entry.reg_hi.value_or(0),
+                     given ? given_value : static_cast<uint32_t>(v >> 32)});
+    }
+  };
+  if (count == 1) {  // a member leaf
+    const ExternalStorage* entry = Lookup(first_id);
+    append(entry != nullptr ? *entry : StoredEntryOf(first_id, location), values[0]);
+    return;
+  }
+  constructs_internal::ReserveMore(out, wide ? 2 * count : count);
+  const ExternalStorage* entries[constructs_internal::kRun];
+  for (size_t done = 0; done < count;) {
+    const size_t run = constructs_internal::RunAt(done, count);
+    const UniqueId first = static_cast<UniqueId>(first_id + static_cast<UniqueId>(done));
+    LookUpRun(first, 1, run, entries);
+    for (size_t k = 0; k < run; ++k) {
+      const ExternalStorage* entry = entries[k];
+      append(entry != nullptr ? *entry : StoredEntryOf(static_cast<UniqueId>(first + k), location),
+             values[done + k]);
+    }
+    done += run;
   }
 }
 
@@ -347,6 +427,37 @@ void BaseConstruct::RegisterLeaf(UniqueId id, const std::string& name, BaseConst
   entry.offset = static_cast<uint16_t>(offset);
   entry.reg_lo = reg++;
   if (width >= 33) entry.reg_hi = reg++;
+}
+
+void BaseConstruct::RegisterElements(UniqueId first_id, size_t count, const std::string& name,
+                                     size_t columns, BaseConstruct* parent, size_t offset,
+                                     size_t width, uint32_t& reg,
+                                     const zu::SourceLocation& location) {
+  const zu::optional<UniqueId> parent_id =
+      parent != nullptr ? zu::optional<UniqueId>(ParentId(*parent)) : zu::optional<UniqueId>();
+  // The element's name is built behind the array's: "[i]" or "[row][column]".
+  std::string element_name = name;
+  for (size_t k = 0; k < count; ++k) {
+    const size_t i = count - 1 - k;
+    LineBuffer index;
+    index.Put("[");
+    index.PutDecimal(columns == 0 ? i : i / columns);
+    if (columns != 0) {
+      index.Put("][");
+      index.PutDecimal(i % columns);
+    }
+    index.Put("]");
+    CheckOffset(offset, location);
+    ExternalStorage& entry = NamedEntry(static_cast<UniqueId>(first_id + static_cast<UniqueId>(k)));
+    element_name.resize(name.size());
+    element_name.append(index.text, index.size);
+    entry.name = element_name;
+    if (parent_id.has_value()) entry.parent = parent_id;
+    entry.offset = static_cast<uint16_t>(offset);
+    entry.reg_lo = reg++;
+    if (width >= 33) entry.reg_hi = reg++;
+    offset += width;
+  }
 }
 
 void BitsIntegerBase::ToString(size_t /*indent*/, std::string* out) const { ToStringImpl(out); }
@@ -392,7 +503,7 @@ void BitsIntegerBase::CollectFieldsImpl(std::vector<FieldMetadata>& out, bool fl
                                         int32_t base) const {
   const zu::SourceLocation location = zu::SourceLocation::current();
   check(unique_id_.has_value(), "Unique ID not initialized", location);
-  AppendLeafFields(out, *unique_id_, SizeInBits(), flag, base, location);
+  AppendLeavesFields(out, *unique_id_, 1, SizeInBits(), flag, base, location);
 }
 
 void BitsIntegerBase::CollectPatchesImpl(std::vector<PatchMetadata>& out, uint32_t id,
@@ -400,7 +511,8 @@ void BitsIntegerBase::CollectPatchesImpl(std::vector<PatchMetadata>& out, uint32
                                          zu::optional<uint32_t> value) const {
   const zu::SourceLocation location = zu::SourceLocation::current();
   check(unique_id_.has_value(), "Unique ID not initialized", location);
-  AppendLeafPatches(out, *unique_id_, SizeInBits(), ToNumber(), id, base, value, location);
+  const uint64_t number = ToNumber();
+  AppendLeavesPatches(out, *unique_id_, 1, SizeInBits(), &number, id, base, value, location);
 }
 
 void BitsIntegerBase::SetExternalStorageImpl(const std::string& name, BaseConstruct* parent,

@@ -186,27 +186,41 @@ class BaseConstruct {
   // id; an array's entry has no name and no offset of its own.
   void RegisterArray(BaseConstruct* parent);
 
-  // The rules of one leaf of `width` bits with id `id`, whether a BitsInteger member or an element
-  // of a packed array (which exists as a leaf only for the moment of an operation: these rules
-  // are what its temporary leaf would do).
+  // The rules of leaves of `width` bits, whether BitsInteger members or the elements of a packed
+  // array (which exist as leaves only for the moment of an operation: these rules are what their
+  // temporary leaves would do). A packed array hands its elements over in runs, so that the lookups
+  // of a run's entries overlap rather than wait for each other; a member is a run of one.
   //
   // The entry of `id`, which must exist ("External storage not initialized").
   static ExternalStorage& StoredEntryOf(UniqueId id, const zu::SourceLocation& location);
   // The leaf's line: "[0x012c:7-8]/40 0x1234", or "[0x0000]/0 0xa" without an id or an entry.
   static void AppendLeafText(std::string* out, const zu::optional<UniqueId>& id, size_t width,
                              uint64_t value);
-  // An element's line of an array's print: `blanks`, "<index>: " and the leaf's text.
-  static void AppendElementText(std::string* out, size_t blanks, size_t index,
-                                const zu::optional<UniqueId>& id, size_t width, uint64_t value);
-  static void AppendLeafFields(std::vector<FieldMetadata>& out, UniqueId id, size_t width,
-                               bool flag, int32_t base, const zu::SourceLocation& location);
-  static void AppendLeafPatches(std::vector<PatchMetadata>& out, UniqueId id, size_t width,
-                                uint64_t v, uint32_t patch_id, const zu::optional<uint32_t>& base,
-                                const zu::optional<uint32_t>& value,
-                                const zu::SourceLocation& location);
+  // The lines of `count` elements of an array's print, element `first_index` first: `blanks`,
+  // "<index>: " and the leaf's text of `values[k]`. Without `first_id` the elements have no ids;
+  // with it, the ids fall by one per element from `first_id`.
+  static void AppendElementsText(std::string* out, size_t blanks, size_t first_index, size_t count,
+                                 const zu::optional<UniqueId>& first_id, size_t width,
+                                 const uint64_t* values);
+  // The FieldMetadata of `count` leaves whose ids rise by one from `first_id`, in that order.
+  static void AppendLeavesFields(std::vector<FieldMetadata>& out, UniqueId first_id, size_t count,
+                                 size_t width, bool flag, int32_t base,
+                                 const zu::SourceLocation& location);
+  // The PatchMetadata of `count` leaves whose ids rise by one from `first_id`, holding `values`.
+  static void AppendLeavesPatches(std::vector<PatchMetadata>& out, UniqueId first_id, size_t count,
+                                  size_t width, const uint64_t* values, uint32_t patch_id,
+                                  const zu::optional<uint32_t>& base,
+                                  const zu::optional<uint32_t>& value,
+                                  const zu::SourceLocation& location);
   // The caller has checked the offset.
   static void RegisterLeaf(UniqueId id, const std::string& name, BaseConstruct* parent,
                            size_t offset, size_t width, uint32_t& reg);
+  // The elements of a packed array of `count` elements, `width` bits each, under `parent`: element
+  // count-1 first, with id `first_id`, at `offset`. Element i is named `name` + "[i]", or, with
+  // `columns` above 0, `name` + "[i / columns][i % columns]". Each element checks its own offset.
+  static void RegisterElements(UniqueId first_id, size_t count, const std::string& name,
+                               size_t columns, BaseConstruct* parent, size_t offset, size_t width,
+                               uint32_t& reg, const zu::SourceLocation& location);
 
   zu::optional<UniqueId> unique_id_;
 };
@@ -258,6 +272,20 @@ namespace constructs_internal {
 
 // Appends `value` in decimal, without a temporary string.
 void AppendDecimal(std::string* out, uint64_t value);
+
+// Room for `more` elements (of a vector or a string), growing geometrically so that results
+// appended a few at a time, or by one record after another, do not copy the buffer each time.
+template <class Container>
+void ReserveMore(Container& c, size_t more) {
+  const size_t wanted = c.size() + more;
+  if (wanted > c.capacity()) [[unlikely]]
+    c.reserve(wanted > 2 * c.capacity() ? wanted : 2 * c.capacity());
+}
+
+// The elements of a packed array that one step of a metadata operation or a print takes at once.
+inline constexpr size_t kRun = 64;
+// The length of the run that starts at element `done` of `n`.
+constexpr size_t RunAt(size_t done, size_t n) { return n - done < kRun ? n - done : kRun; }
 
 // While a metadata pass runs (a record's CollectFields or CollectPatches, outermost first), the
 // paths of the constructs above the leaves are built once each and kept, so that a leaf's Name() is
@@ -372,10 +400,7 @@ class PackedArrayBase : public BaseConstruct {
   size_t SizeInBits() const override { return GetSize() * B; }
   void ToString(size_t indent, std::string* out) const override {
     out->append("[\n");
-    const Storage* data = GetData();
-    for (size_t i = 0; i < GetSize(); ++i) {
-      AppendElementText(out, 2 * indent + 2, i, ElementId(i), B, Unit::Get(data, i));
-    }
+    AppendRowText(out, 2 * indent + 2, 0, GetSize());
     out->append(2 * indent, ' ').append("]/");
     constructs_internal::AppendDecimal(out, SizeInBits());
     out->push_back('\n');
@@ -396,18 +421,23 @@ class PackedArrayBase : public BaseConstruct {
                       zu::optional<uint32_t> value) const override {
     const zu::SourceLocation location = zu::SourceLocation::current();
     const size_t n = GetSize();
+    if (n == 0) return;
+    const UniqueId first = IdOfElement(n, n - 1, location);
     const Storage* data = GetData();
-    for (size_t i = n; i-- > 0;) {
-      AppendLeafPatches(out, IdOfElement(n, i, location), B, Unit::Get(data, i), id, base, value,
-                        location);
+    uint64_t values[constructs_internal::kRun];
+    for (size_t done = 0; done < n;) {
+      const size_t run = constructs_internal::RunAt(done, n);
+      for (size_t k = 0; k < run; ++k) values[k] = Unit::Get(data, n - 1 - done - k);
+      AppendLeavesPatches(out, static_cast<UniqueId>(first + static_cast<UniqueId>(done)), run, B,
+                          values, id, base, value, location);
+      done += run;
     }
   }
   void CollectFields(std::vector<FieldMetadata>& out, bool flag, int32_t base) const override {
     const zu::SourceLocation location = zu::SourceLocation::current();
     const size_t n = GetSize();
-    for (size_t i = n; i-- > 0;) {
-      AppendLeafFields(out, IdOfElement(n, i, location), B, flag, base, location);
-    }
+    if (n == 0) return;
+    AppendLeavesFields(out, IdOfElement(n, n - 1, location), n, B, flag, base, location);
   }
   uint16_t Offset() const override {
     if (GetSize() == 0) return 0;
@@ -423,14 +453,11 @@ class PackedArrayBase : public BaseConstruct {
     RegisterArray(parent);
     const zu::SourceLocation location = zu::SourceLocation::current();
     const size_t n = GetSize();
-    std::string element_name;
-    for (size_t i = n; i-- > 0;) {
-      element_name.assign(name);
-      AppendIndex(&element_name, i);
-      CheckOffset(offset, location);
-      RegisterLeaf(IdOfElement(n, i, location), element_name, this, offset, B, reg);
-      offset += B;
-    }
+    if (n == 0) return;
+    // An element checks its offset before its id, as a leaf does.
+    CheckOffset(offset, location);
+    RegisterElements(IdOfElement(n, n - 1, location), n, name, Columns(), this, offset, B, reg,
+                     location);
   }
 
   virtual Storage* GetData() = 0;
@@ -467,11 +494,19 @@ class PackedArrayBase : public BaseConstruct {
     if (zu::optional<UniqueId> id = ElementId(i); id.has_value()) element.SetUniqueId(*id);
     return element;
   }
-  // Appends "[i]" to an element's name; an array of rows appends "[row][column]".
-  virtual void AppendIndex(std::string* name, size_t i) const {
-    name->push_back('[');
-    constructs_internal::AppendDecimal(name, i);
-    name->push_back(']');
+  // The elements of a row of an array of rows; 0 for a flat array, whose elements are named "[i]"
+  // rather than "[row][column]".
+  virtual size_t Columns() const { return 0; }
+  // The lines of elements `first` to `first + count - 1`, numbered from 0, each after `blanks`.
+  void AppendRowText(std::string* out, size_t blanks, size_t first, size_t count) const {
+    const Storage* data = GetData();
+    uint64_t values[constructs_internal::kRun];
+    for (size_t done = 0; done < count;) {
+      const size_t run = constructs_internal::RunAt(done, count);
+      for (size_t k = 0; k < run; ++k) values[k] = Unit::Get(data, first + done + k);
+      AppendElementsText(out, blanks, done, run, ElementId(first + done), B, values);
+      done += run;
+    }
   }
   void range_check(size_t i) const { BitsInteger<B>().range_check(i, GetSize()); }
   // The fast paths of records. The bits of a unit, read most significant first, are its elements
@@ -656,10 +691,7 @@ class ArrayLE<N, PackedArray<M, B>> final : public PackedArrayBase<B> {
       out->append(2 * indent + 2, ' ');
       AppendDecimal(out, i);
       out->append(": [\n");
-      for (size_t j = 0; j < M; ++j) {
-        this->AppendElementText(out, 2 * indent + 4, j, this->ElementId(i * M + j), B,
-                                Unit::Get(data_, i * M + j));
-      }
+      this->AppendRowText(out, 2 * indent + 4, i * M, M);
       out->append(2 * indent + 2, ' ').append("]/");
       AppendDecimal(out, M * B);
       out->push_back('\n');
@@ -688,10 +720,7 @@ class ArrayLE<N, PackedArray<M, B>> final : public PackedArrayBase<B> {
   void WriteBits(BitWriter& out) const { PackedArrayBase<B>::WriteElements(data_, N * M, out); }
 
  protected:
-  void AppendIndex(std::string* name, size_t flat) const override {
-    PackedArrayBase<B>::AppendIndex(name, flat / M);
-    PackedArrayBase<B>::AppendIndex(name, flat % M);
-  }
+  size_t Columns() const override { return M; }
 
  private:
   static void CheckRow(size_t i, size_t j) {

@@ -5,8 +5,7 @@
 
 namespace zu::spec {
 
-void check(bool condition, std::string_view message, zu::SourceLocation location) {
-  if (condition) return;
+void CheckFailed(std::string_view message, const zu::SourceLocation& location) {
   // An empty message leaves the label alone: "check-fail".
   zu::log->check_fail("check-fail", std::tuple<>(), zu::FmtString(message.empty() ? "" : "{}"),
                       std::make_tuple(message), location);

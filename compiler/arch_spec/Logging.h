@@ -9,10 +9,17 @@
 
 namespace zu::spec {
 
+// The failure of a plain check: "check-fail: <message>" at the fatal level.
+void CheckFailed(std::string_view message, const zu::SourceLocation& location);
+
 // Nothing happens if `condition` holds; otherwise a check failure "check-fail: <message>" at the
 // fatal level, which ends the process. `message` is plain text.
-void check(bool condition, std::string_view message,
-           zu::SourceLocation location = zu::SourceLocation::current());
+inline void check(bool condition, std::string_view message,
+                  zu::SourceLocation location = zu::SourceLocation::current()) {
+  if (condition) [[likely]]
+    return;
+  CheckFailed(message, location);
+}
 
 // Writes `message` at the error level, at `location`, and returns. Callers that want to stop then
 // exit(1).

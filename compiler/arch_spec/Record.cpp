@@ -3,23 +3,11 @@
 #include <cstring>
 
 namespace zu::spec {
-namespace {
-
-// Room for `more` elements, growing geometrically so that records called one after the other
-// (the elements of an array) do not copy the vector each time.
-template <class Container>
-void ReserveMore(Container& v, int more) {
-  const size_t wanted = v.size() + static_cast<size_t>(more);
-  if (wanted > v.capacity()) v.reserve(std::max(wanted, 2 * v.capacity()));
-}
-
-}  // namespace
-
 void RecordBase::ToStringOf(ConstFieldList fields, int unique_ids, size_t indent,
                             std::string* out) {
   // A printed leaf takes a line of some 40 characters: the top-level call (indent 0) makes room
   // for them all, once.
-  if (indent == 0) ReserveMore(*out, 40 * unique_ids);
+  if (indent == 0) constructs_internal::ReserveMore(*out, 40 * static_cast<size_t>(unique_ids));
   out->append("{\n");
   for (const RecordField<const BaseConstruct>& field : fields) {
     // "<blanks><name> = " in one step.
@@ -48,7 +36,7 @@ void RecordBase::CollectPatchesOf(ConstFieldList fields, int unique_ids,
                                   zu::optional<uint32_t> base, zu::optional<uint32_t> value) {
   const constructs_internal::MetadataPass pass;
   // Every leaf takes an id and gives one or two patches: the ids are a good first guess.
-  if (pass.outermost()) ReserveMore(patches, unique_ids);
+  if (pass.outermost()) constructs_internal::ReserveMore(patches, static_cast<size_t>(unique_ids));
   for (const RecordField<const BaseConstruct>& field : fields) {
     field.construct->CollectPatches(patches, id, base, value);
   }
@@ -57,7 +45,7 @@ void RecordBase::CollectPatchesOf(ConstFieldList fields, int unique_ids,
 void RecordBase::CollectFieldsOf(ConstFieldList fields, int unique_ids,
                                  std::vector<FieldMetadata>& out, bool flag, int32_t base) {
   const constructs_internal::MetadataPass pass;
-  if (pass.outermost()) ReserveMore(out, unique_ids);
+  if (pass.outermost()) constructs_internal::ReserveMore(out, static_cast<size_t>(unique_ids));
   for (const RecordField<const BaseConstruct>& field : fields) {
     field.construct->CollectFields(out, flag, base);
   }
