@@ -12,36 +12,70 @@ constexpr uint16_t max_offset = 65535;
 
 constexpr char kHexDigits[] = "0123456789abcdef";
 
-// One printed line of a leaf, put together without touching the heap: an array element's
-// indentation and index (up to 64 characters) and the longest leaf text,
+// "00" to "99", two characters each.
+constexpr std::array<char, 200> MakeDigitPairs() {
+  std::array<char, 200> pairs{};
+  for (int i = 0; i < 100; ++i) {
+    pairs[2 * i] = static_cast<char>('0' + i / 10);
+    pairs[2 * i + 1] = static_cast<char>('0' + i % 10);
+  }
+  return pairs;
+}
+constexpr std::array<char, 200> kDigitPairs = MakeDigitPairs();
+
+// Printed text put together in a caller's buffer, without touching the heap. A piece of known
+// greatest length may be copied whole into the spare room behind the text (kSlack characters) and
+// the cursor then moved by its length, so the buffer must reach kSlack characters past the end of
+// the text. The longest line of a leaf is an
+// array element's indentation and index (up to 64 characters) and the longest leaf text,
 // "[0xffff:4294967295-4294967295]/64 0xffffffffffffffff\n".
-struct LineBuffer {
-  char text[128];
-  size_t size = 0;
+struct TextWriter {
+  static constexpr size_t kLine = 128;
+  static constexpr size_t kSlack = 32;
+  char* at;
 
   void Put(std::string_view piece) {
-    std::memcpy(text + size, piece.data(), piece.size());
-    size += piece.size();
+    std::memcpy(at, piece.data(), piece.size());
+    at += piece.size();
   }
-  void PutDecimal(uint64_t value) { PutDigits<10>(value, 1); }
   void PutBlanks(size_t count) {
-    std::memset(text + size, ' ', count);
-    size += count;
+    std::memset(at, ' ', count);
+    at += count;
   }
-  void PutHex(uint64_t value, int min_digits) { PutDigits<16>(value, min_digits); }
-  // `value` in `Base` (10 or 16, lower-case), most significant digit first, padded with '0' to
-  // `min_digits`.
-  template <unsigned Base>
-  void PutDigits(uint64_t value, int min_digits) {
-    char digits[20];
-    int n = 0;
-    do {
-      digits[n++] = kHexDigits[value % Base];
-      value /= Base;
-    } while (value != 0);
-    while (n < min_digits) digits[n++] = '0';
-    while (n > 0) text[size++] = digits[--n];
+  // `value` in decimal, two digits at a time, from the last one back.
+  void PutDecimal(uint64_t value) {
+    int n = 1;
+    for (uint64_t bound = 10; n < 20 && value >= bound; bound *= 10) ++n;
+    char* digit = at + n;
+    while (value >= 100) {
+      digit -= 2;
+      std::memcpy(digit, &kDigitPairs[2 * (value % 100)], 2);
+      value /= 100;
+    }
+    if (value >= 10) {
+      std::memcpy(digit - 2, &kDigitPairs[2 * value], 2);
+    } else {
+      digit[-1] = static_cast<char>('0' + value);
+    }
+    at += n;
   }
+  // `value` in lower-case hexadecimal, padded with '0' to `min_digits` (1 to 16).
+  void PutHex(uint64_t value, int min_digits) {
+    int n = value == 0 ? 1 : (64 - __builtin_clzll(value) + 3) / 4;
+    if (n < min_digits) n = min_digits;
+    for (int i = n - 1; i >= 0; --i) {
+      at[i] = kHexDigits[value & 15];
+      value >>= 4;
+    }
+    at += n;
+  }
+};
+
+// A buffer for one line.
+struct LineBuffer {
+  char text[TextWriter::kLine + TextWriter::kSlack];
+  TextWriter writer{text};
+  size_t size() const { return static_cast<size_t>(writer.at - text); }
 };
 
 // Entry b is the eight-character text of byte b, most significant bit first.
@@ -135,8 +169,9 @@ inline ExternalStorage* Lookup(UniqueId id) {
 
 // The entries of the `count` (at most kRun) ids from `first` on, each `step` (1 or -1) from the
 // last, in one tight loop: the lookups are independent, so the processor runs them side by side.
-// An id without an entry gives null.
-void LookUpRun(UniqueId first, int step, size_t count, const ExternalStorage** entries) {
+// An id without an entry gives null. The table's lookup is compiled into the loop.
+[[gnu::flatten]] void LookUpRun(UniqueId first, int step, size_t count,
+                                const ExternalStorage** entries) {
   for (size_t k = 0; k < count; ++k) {
     entries[k] = Lookup(static_cast<UniqueId>(first + step * static_cast<int>(k)));
   }
@@ -187,8 +222,8 @@ namespace constructs_internal {
 
 void AppendDecimal(std::string* out, uint64_t value) {
   LineBuffer digits;
-  digits.PutDecimal(value);
-  out->append(digits.text, digits.size);
+  digits.writer.PutDecimal(value);
+  out->append(digits.text, digits.size());
 }
 
 MetadataPass::MetadataPass() : outermost_(pass.depth++ == 0) {}
@@ -262,30 +297,44 @@ std::string BaseConstruct::Name() const {
 
 namespace {
 
-// The text of a leaf after its place: its value and the end of the line.
-void PutValue(LineBuffer& line, uint64_t value) {
-  line.PutHex(value, 1);
-  line.Put("\n");
-}
+// The end of a registered leaf's place for leaves of `width` bits, "]/<width> 0x", made once for
+// all the leaves of an array.
+struct PlaceEnd {
+  explicit PlaceEnd(size_t width) {
+    TextWriter writer{text};
+    writer.Put("]/");
+    writer.PutDecimal(width);
+    writer.Put(" 0x");
+    size = static_cast<size_t>(writer.at - text);
+  }
+  char text[8 + TextWriter::kSlack];
+  size_t size;
+};
 
-// The text of a leaf whose entry is `entry`, or the short form without one, up to its value:
-// "[0x012c:7-8]/40 0x" or "[0x0000]/0 0x".
-void PutPlace(LineBuffer& line, const ExternalStorage* entry, size_t width) {
+// The text of a leaf whose entry is `entry`, or the short form without one, and its value:
+// "[0x012c:7-8]/40 0x1234\n" or "[0x0000]/0 0x1234\n".
+// Returns where the text ends. (The writer is a local copy, so that its cursor stays in a register
+// rather than being reloaded after every character stored.)
+char* PutLeaf(char* at, const ExternalStorage* entry, size_t width, const PlaceEnd& end,
+              uint64_t value) {
+  TextWriter line{at};
   if (entry == nullptr) {
     line.Put("[0x0000]/0 0x");
-    return;
+  } else {
+    line.Put("[0x");
+    line.PutHex(entry->offset, 4);
+    line.Put(":");
+    line.PutDecimal(entry->reg_lo);
+    if (width > 32 && entry->reg_hi.has_value()) {
+      line.Put("-");
+      line.PutDecimal(*entry->reg_hi);
+    }
+    std::memcpy(line.at, end.text, 8);  // whole, then the cursor moves by its length
+    line.at += end.size;
   }
-  line.Put("[0x");
-  line.PutHex(entry->offset, 4);
-  line.Put(":");
-  line.PutDecimal(entry->reg_lo);
-  if (width > 32 && entry->reg_hi.has_value()) {
-    line.Put("-");
-    line.PutDecimal(*entry->reg_hi);
-  }
-  line.Put("]/");
-  line.PutDecimal(width);
-  line.Put(" 0x");
+  line.PutHex(value, 1);
+  line.Put("\n");
+  return line.at;
 }
 
 // The entry that a leaf with `id` prints: none without an id. A leaf that was never registered
@@ -325,9 +374,9 @@ void AppendFields(std::vector<FieldMetadata>& out, const ExternalStorage& entry,
 void BaseConstruct::AppendLeafText(std::string* out, const zu::optional<UniqueId>& id, size_t width,
                                    uint64_t value) {
   LineBuffer line;
-  PutPlace(line, PrintedEntry(id, id.has_value() ? Lookup(*id) : nullptr), width);
-  PutValue(line, value);
-  out->append(line.text, line.size);
+  line.writer.at = PutLeaf(line.writer.at, PrintedEntry(id, id.has_value() ? Lookup(*id) : nullptr),
+                           width, PlaceEnd(width), value);
+  out->append(line.text, line.size());
 }
 
 void BaseConstruct::AppendElementsText(std::string* out, size_t blanks, size_t first_index,
@@ -336,31 +385,31 @@ void BaseConstruct::AppendElementsText(std::string* out, size_t blanks, size_t f
   // Deeper than a line holds is left to the string, line by line (no record nests that deep).
   const size_t extra = blanks > 40 ? blanks : 0;
   blanks -= extra;
-  const ExternalStorage* entries[constructs_internal::kRun] = {};
-  if (first_id.has_value()) LookUpRun(*first_id, -1, count, entries);
-  // The run's lines go out in one append: they take at most 128 characters each.
-  char text[constructs_internal::kRun * sizeof LineBuffer::text];
-  size_t size = 0;
+  const ExternalStorage* entries[constructs_internal::kRun];
+  if (first_id.has_value()) {
+    LookUpRun(*first_id, -1, count, entries);
+  } else {
+    std::fill_n(entries, count, nullptr);
+  }
+  const PlaceEnd end(width);
+  // The run's lines go out in one append.
+  char text[constructs_internal::kRun * TextWriter::kLine + TextWriter::kSlack];
+  TextWriter line{text};
   for (size_t k = 0; k < count; ++k) {
-    LineBuffer line;
+    if (extra != 0) {
+      out->append(text, static_cast<size_t>(line.at - text)).append(extra, ' ');
+      line.at = text;
+    }
     line.PutBlanks(blanks);
     line.PutDecimal(first_index + k);
     line.Put(": ");
-    const zu::optional<UniqueId> id =
-        first_id.has_value()
-            ? zu::optional<UniqueId>(static_cast<UniqueId>(*first_id - static_cast<UniqueId>(k)))
-            : zu::optional<UniqueId>();
-    PutPlace(line, PrintedEntry(id, entries[k]), width);
-    PutValue(line, values[k]);
-    if (extra != 0) {
-      out->append(text, size).append(extra, ' ').append(line.text, line.size);
-      size = 0;
-      continue;
+    const ExternalStorage* entry = entries[k];
+    if (first_id.has_value() && entry == nullptr) {
+      entry = PrintedEntry(static_cast<UniqueId>(*first_id - static_cast<UniqueId>(k)), nullptr);
     }
-    std::memcpy(text + size, line.text, line.size);
-    size += line.size;
+    line.at = PutLeaf(line.at, entry, width, end, values[k]);
   }
-  out->append(text, size);
+  out->append(text, static_cast<size_t>(line.at - text));
 }
 
 void BaseConstruct::AppendLeavesFields(std::vector<FieldMetadata>& out, UniqueId first_id,
@@ -440,17 +489,17 @@ void BaseConstruct::RegisterElements(UniqueId first_id, size_t count, const std:
   for (size_t k = 0; k < count; ++k) {
     const size_t i = count - 1 - k;
     LineBuffer index;
-    index.Put("[");
-    index.PutDecimal(columns == 0 ? i : i / columns);
+    index.writer.Put("[");
+    index.writer.PutDecimal(columns == 0 ? i : i / columns);
     if (columns != 0) {
-      index.Put("][");
-      index.PutDecimal(i % columns);
+      index.writer.Put("][");
+      index.writer.PutDecimal(i % columns);
     }
-    index.Put("]");
+    index.writer.Put("]");
     CheckOffset(offset, location);
     ExternalStorage& entry = NamedEntry(static_cast<UniqueId>(first_id + static_cast<UniqueId>(k)));
     element_name.resize(name.size());
-    element_name.append(index.text, index.size);
+    element_name.append(index.text, index.size());
     entry.name = element_name;
     if (parent_id.has_value()) entry.parent = parent_id;
     entry.offset = static_cast<uint16_t>(offset);
