@@ -484,10 +484,9 @@ void BaseConstruct::RegisterElements(UniqueId first_id, size_t count, const std:
                                      const zu::SourceLocation& location) {
   const zu::optional<UniqueId> parent_id =
       parent != nullptr ? zu::optional<UniqueId>(ParentId(*parent)) : zu::optional<UniqueId>();
-  // The element's name is built behind the array's: "[i]" or "[row][column]".
-  std::string element_name = name;
   for (size_t k = 0; k < count; ++k) {
     const size_t i = count - 1 - k;
+    // "[i]" or "[row][column]", behind the array's name.
     LineBuffer index;
     index.writer.Put("[");
     index.writer.PutDecimal(columns == 0 ? i : i / columns);
@@ -498,9 +497,8 @@ void BaseConstruct::RegisterElements(UniqueId first_id, size_t count, const std:
     index.writer.Put("]");
     CheckOffset(offset, location);
     ExternalStorage& entry = NamedEntry(static_cast<UniqueId>(first_id + static_cast<UniqueId>(k)));
-    element_name.resize(name.size());
-    element_name.append(index.text, index.size());
-    entry.name = element_name;
+    entry.name.reserve(name.size() + index.size());
+    entry.name.assign(name).append(index.text, index.size());
     if (parent_id.has_value()) entry.parent = parent_id;
     entry.offset = static_cast<uint16_t>(offset);
     entry.reg_lo = reg++;

@@ -63,9 +63,15 @@ void RecordBase::SetExternalStorageOf(FieldList fields, int unique_ids, const st
                                       BaseConstruct* parent, size_t offset,
                                       uint32_t& register_index) {
   if (!RegisterRecord(name, parent, offset)) return;
-  // A whole tile registers its entries at once: make room for them first.
+  // A whole tile registers its entries at once: make room for them first, growing the table
+  // geometrically, so that the tiles of a chip registered one after another do not rehash it
+  // every time.
   if (parent == nullptr) {
-    external_storage_.reserve(external_storage_.size() + static_cast<size_t>(unique_ids));
+    const size_t size = external_storage_.size();
+    const size_t wanted = size + static_cast<size_t>(unique_ids);
+    const auto room = static_cast<size_t>(static_cast<float>(external_storage_.bucket_count()) *
+                                          external_storage_.max_load_factor());
+    if (wanted > room) external_storage_.reserve(wanted > 2 * size ? wanted : 2 * size);
   }
   std::string field_name;
   for (const RecordField<BaseConstruct>& field : fields) {
