@@ -430,30 +430,44 @@ void BaseConstruct::AppendLeavesFields(std::vector<FieldMetadata>& out, UniqueId
   }
 }
 
+namespace {
+
+// How the patches of a call are made: the caller's id, the base added to low registers, and the
+// value given for every patch, if any.
+struct PatchRule {
+  PatchRule(uint32_t patch_id, const zu::optional<uint32_t>& base,
+            const zu::optional<uint32_t>& value)
+      : patch_id(patch_id),
+        added(base.value_or(0)),
+        given(value.has_value()),
+        given_value(value.value_or(0)) {}
+
+  // The one or two patches of a leaf of `width` bits holding `v`, whose entry is `entry`.
+  void Append(std::vector<PatchMetadata>& out, const ExternalStorage& entry, size_t width,
+              uint64_t v) const {
+    out.push_back({patch_id, entry.reg_lo + added, given ? given_value : static_cast<uint32_t>(v)});
+    if (width >= 33) {
+      // The high word takes no base: that asymmetry is part of the format of patches.
+      out.push_back({patch_id, entry.reg_hi.value_or(0),
+                     given ? given_value : static_cast<uint32_t>(v >> 32)});
+    }
+  }
+
+  uint32_t patch_id;
+  uint32_t added;
+  bool given;
+  uint32_t given_value;
+};
+
+}  // namespace
+
 void BaseConstruct::AppendLeavesPatches(std::vector<PatchMetadata>& out, UniqueId first_id,
                                         size_t count, size_t width, const uint64_t* values,
                                         uint32_t patch_id, const zu::optional<uint32_t>& base,
                                         const zu::optional<uint32_t>& value,
                                         const zu::SourceLocation& location) {
-  const uint32_t added = base.value_or(0);
-  const bool wide = width >= 33;
-  const bool given = value.has_value();
-  const uint32_t given_value = value.value_or(0);
-  // The one or two patches of the leaf with entry `entry`, holding `v`.
-  const auto append = [&](const ExternalStorage& entry, uint64_t v) {
-    out.push_back({patch_id, entry.reg_lo + added, given ? given_value : static_cast<uint32_t>(v)});
-    if (wide) {
-      // The high word takes no base: that asymmetry is part of the format of patches.
-      out.push_back({patch_id, entry.reg_hi.value_or(0),
-                     given ? given_value : static_cast<uint32_t>(v >> 32)});
-    }
-  };
-  if (count == 1) {  // a member leaf
-    const ExternalStorage* entry = Lookup(first_id);
-    append(entry != nullptr ? *entry : StoredEntryOf(first_id, location), values[0]);
-    return;
-  }
-  constructs_internal::ReserveMore(out, wide ? 2 * count : count);
+  const PatchRule rule(patch_id, base, value);
+  constructs_internal::ReserveMore(out, width >= 33 ? 2 * count : count);
   const ExternalStorage* entries[constructs_internal::kRun];
   for (size_t done = 0; done < count;) {
     const size_t run = constructs_internal::RunAt(done, count);
@@ -461,8 +475,10 @@ void BaseConstruct::AppendLeavesPatches(std::vector<PatchMetadata>& out, UniqueI
     LookUpRun(first, 1, run, entries);
     for (size_t k = 0; k < run; ++k) {
       const ExternalStorage* entry = entries[k];
-      append(entry != nullptr ? *entry : StoredEntryOf(static_cast<UniqueId>(first + k), location),
-             values[done + k]);
+      rule.Append(
+          out,
+          entry != nullptr ? *entry : StoredEntryOf(static_cast<UniqueId>(first + k), location),
+          width, values[done + k]);
     }
     done += run;
   }
@@ -538,8 +554,10 @@ uint64_t BitsIntegerBase::ParseImpl(const std::string& bits, size_t* pos) const 
   return value;
 }
 
-void BitsIntegerBase::ToStringImpl(std::string* out) const {
-  AppendLeafText(out, unique_id_, SizeInBits(), ToNumber());
+void BitsIntegerBase::ToStringImpl(std::string* out) const { AppendTextOf(SizeInBits(), out); }
+
+void BitsIntegerBase::AppendTextOf(size_t width, std::string* out) const {
+  AppendLeafText(out, unique_id_, width, ToNumber());
 }
 
 void BitsIntegerBase::range_check(size_t offset, size_t size) const {
@@ -548,18 +566,33 @@ void BitsIntegerBase::range_check(size_t offset, size_t size) const {
 
 void BitsIntegerBase::CollectFieldsImpl(std::vector<FieldMetadata>& out, bool flag,
                                         int32_t base) const {
+  AppendFieldsOf(SizeInBits(), out, flag, base);
+}
+
+void BitsIntegerBase::AppendFieldsOf(size_t width, std::vector<FieldMetadata>& out, bool flag,
+                                     int32_t base) const {
   const zu::SourceLocation location = zu::SourceLocation::current();
   check(unique_id_.has_value(), "Unique ID not initialized", location);
-  AppendLeavesFields(out, *unique_id_, 1, SizeInBits(), flag, base, location);
+  const ExternalStorage* entry = Lookup(*unique_id_);
+  AppendFields(out, entry != nullptr ? *entry : StoredEntryOf(*unique_id_, location), width, flag,
+               base);
 }
 
 void BitsIntegerBase::CollectPatchesImpl(std::vector<PatchMetadata>& out, uint32_t id,
                                          zu::optional<uint32_t> base,
                                          zu::optional<uint32_t> value) const {
+  AppendPatchesOf(SizeInBits(), out, id, base, value);
+}
+
+void BitsIntegerBase::AppendPatchesOf(size_t width, std::vector<PatchMetadata>& out, uint32_t id,
+                                      const zu::optional<uint32_t>& base,
+                                      const zu::optional<uint32_t>& value) const {
   const zu::SourceLocation location = zu::SourceLocation::current();
   check(unique_id_.has_value(), "Unique ID not initialized", location);
-  const uint64_t number = ToNumber();
-  AppendLeavesPatches(out, *unique_id_, 1, SizeInBits(), &number, id, base, value, location);
+  const ExternalStorage* entry = Lookup(*unique_id_);
+  PatchRule(id, base, value)
+      .Append(out, entry != nullptr ? *entry : StoredEntryOf(*unique_id_, location), width,
+              ToNumber());
 }
 
 void BitsIntegerBase::SetExternalStorageImpl(const std::string& name, BaseConstruct* parent,

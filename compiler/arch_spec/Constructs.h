@@ -266,6 +266,16 @@ class BitsIntegerBase : public BaseConstruct {
   uint32_t RegisterHiImpl() const;
   void SetRegisterLo(uint32_t reg, bool writable);
   void SetRegisterHi(uint32_t reg, bool writable);
+
+ private:
+  friend class RecordBase;
+  // The work of ToString, CollectFields and CollectPatches for a caller that knows the leaf's
+  // width: a record, for its leaf fields, without the virtual calls of the general operations.
+  void AppendTextOf(size_t width, std::string* out) const;
+  void AppendFieldsOf(size_t width, std::vector<FieldMetadata>& out, bool flag, int32_t base) const;
+  void AppendPatchesOf(size_t width, std::vector<PatchMetadata>& out, uint32_t id,
+                       const zu::optional<uint32_t>& base,
+                       const zu::optional<uint32_t>& value) const;
 };
 
 namespace constructs_internal {
@@ -304,6 +314,10 @@ class MetadataPass {
   bool outermost_;
 };
 
+// The width of a leaf type, 0 for any other construct.
+template <class T>
+inline constexpr int kLeafWidth = 0;
+
 template <int N>
 using LeafStorage = std::conditional_t<
     (N <= 8), uint8_t,
@@ -311,6 +325,11 @@ using LeafStorage = std::conditional_t<
 }  // namespace constructs_internal
 
 // A leaf of N bits (1 to 64).
+template <int N>
+class BitsInteger;
+template <int N>
+inline constexpr int constructs_internal::kLeafWidth<BitsInteger<N>> = N;
+
 template <int N>
 class BitsInteger final : public BitsIntegerBase {
   static_assert(N >= 1 && N <= 64, "a leaf has 1 to 64 bits");

@@ -17,7 +17,12 @@ void RecordBase::ToStringOf(ConstFieldList fields, int unique_ids, size_t indent
     out->resize(at + blanks + length + 3, ' ');
     std::memcpy(out->data() + at + blanks, field.name, length);
     std::memcpy(out->data() + at + blanks + length, " = ", 3);
-    field.construct->ToString(indent + 1, out);
+    if (field.leaf_width != 0) {
+      static_cast<const BitsIntegerBase*>(field.construct)
+          ->AppendTextOf(static_cast<size_t>(field.leaf_width), out);
+    } else {
+      field.construct->ToString(indent + 1, out);
+    }
   }
   out->append(2 * indent, ' ').append("}\n");
 }
@@ -38,7 +43,12 @@ void RecordBase::CollectPatchesOf(ConstFieldList fields, int unique_ids,
   // Every leaf takes an id and gives one or two patches: the ids are a good first guess.
   if (pass.outermost()) constructs_internal::ReserveMore(patches, static_cast<size_t>(unique_ids));
   for (const RecordField<const BaseConstruct>& field : fields) {
-    field.construct->CollectPatches(patches, id, base, value);
+    if (field.leaf_width != 0) {
+      static_cast<const BitsIntegerBase*>(field.construct)
+          ->AppendPatchesOf(static_cast<size_t>(field.leaf_width), patches, id, base, value);
+    } else {
+      field.construct->CollectPatches(patches, id, base, value);
+    }
   }
 }
 
@@ -47,7 +57,12 @@ void RecordBase::CollectFieldsOf(ConstFieldList fields, int unique_ids,
   const constructs_internal::MetadataPass pass;
   if (pass.outermost()) constructs_internal::ReserveMore(out, static_cast<size_t>(unique_ids));
   for (const RecordField<const BaseConstruct>& field : fields) {
-    field.construct->CollectFields(out, flag, base);
+    if (field.leaf_width != 0) {
+      static_cast<const BitsIntegerBase*>(field.construct)
+          ->AppendFieldsOf(static_cast<size_t>(field.leaf_width), out, flag, base);
+    } else {
+      field.construct->CollectFields(out, flag, base);
+    }
   }
 }
 

@@ -36,11 +36,14 @@
 
 namespace zu::spec {
 
-// One field of a record as the generic operations see it: its name in the table, and the field.
+// One field of a record as the generic operations see it: its name in the table, the field, and
+// its width if it is a leaf (0 otherwise), so that a leaf field is printed and collected without
+// the virtual calls of the general operations.
 template <class Construct>
 struct RecordField {
   const char* name;
   Construct* construct;
+  int leaf_width = 0;
 };
 
 // The rules by which every record runs through its fields, whatever they are.
@@ -107,14 +110,18 @@ template <class R>
 std::array<RecordField<BaseConstruct>, R::kFieldCount> FieldsOf(R& record) {
   std::array<RecordField<BaseConstruct>, R::kFieldCount> fields;
   size_t i = 0;
-  R::Fields(record, [&](const char* name, BaseConstruct& field) { fields[i++] = {name, &field}; });
+  R::Fields(record, [&](const char* name, auto& field) {
+    fields[i++] = {name, &field, constructs_internal::kLeafWidth<std::decay_t<decltype(field)>>};
+  });
   return fields;
 }
 template <class R>
 std::array<RecordField<const BaseConstruct>, R::kFieldCount> FieldsOf(const R& record) {
   const auto fields = FieldsOf(const_cast<R&>(record));  // only read through, as const
   std::array<RecordField<const BaseConstruct>, R::kFieldCount> view;
-  for (size_t i = 0; i < fields.size(); ++i) view[i] = {fields[i].name, fields[i].construct};
+  for (size_t i = 0; i < fields.size(); ++i) {
+    view[i] = {fields[i].name, fields[i].construct, fields[i].leaf_width};
+  }
   return view;
 }
 
