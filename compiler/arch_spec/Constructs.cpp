@@ -442,15 +442,17 @@ struct PatchRule {
         given(value.has_value()),
         given_value(value.value_or(0)) {}
 
-  // The one or two patches of a leaf of `width` bits holding `v`, whose entry is `entry`.
-  void Append(std::vector<PatchMetadata>& out, const ExternalStorage& entry, size_t width,
-              uint64_t v) const {
-    out.push_back({patch_id, entry.reg_lo + added, given ? given_value : static_cast<uint32_t>(v)});
+  // Writes the one or two patches of a leaf of `width` bits holding `v`, whose entry is `entry`,
+  // at `patch`; returns where they end.
+  PatchMetadata* Put(PatchMetadata* patch, const ExternalStorage& entry, size_t width,
+                     uint64_t v) const {
+    *patch++ = {patch_id, entry.reg_lo + added, given ? given_value : static_cast<uint32_t>(v)};
     if (width >= 33) {
       // The high word takes no base: that asymmetry is part of the format of patches.
-      out.push_back({patch_id, entry.reg_hi.value_or(0),
-                     given ? given_value : static_cast<uint32_t>(v >> 32)});
+      *patch++ = {patch_id, entry.reg_hi.value_or(0),
+                  given ? given_value : static_cast<uint32_t>(v >> 32)};
     }
+    return patch;
   }
 
   uint32_t patch_id;
@@ -461,26 +463,29 @@ struct PatchRule {
 
 }  // namespace
 
-void BaseConstruct::AppendLeavesPatches(std::vector<PatchMetadata>& out, UniqueId first_id,
-                                        size_t count, size_t width, const uint64_t* values,
-                                        uint32_t patch_id, const zu::optional<uint32_t>& base,
-                                        const zu::optional<uint32_t>& value,
-                                        const zu::SourceLocation& location) {
+// One loop looks up each leaf's entry and writes its patches in place: the loop is short, so the
+// processor runs the lookups of several leaves side by side.
+[[gnu::flatten]] void BaseConstruct::AppendLeavesPatches(
+    std::vector<PatchMetadata>& out, UniqueId first_id, size_t count, size_t width,
+    const uint64_t* values, uint32_t patch_id, const zu::optional<uint32_t>& base,
+    const zu::optional<uint32_t>& value, const zu::SourceLocation& location) {
   const PatchRule rule(patch_id, base, value);
-  constructs_internal::ReserveMore(out, width >= 33 ? 2 * count : count);
-  const ExternalStorage* entries[constructs_internal::kRun];
-  for (size_t done = 0; done < count;) {
-    const size_t run = constructs_internal::RunAt(done, count);
-    const UniqueId first = static_cast<UniqueId>(first_id + static_cast<UniqueId>(done));
-    LookUpRun(first, 1, run, entries);
-    for (size_t k = 0; k < run; ++k) {
-      const ExternalStorage* entry = entries[k];
-      rule.Append(
-          out,
-          entry != nullptr ? *entry : StoredEntryOf(static_cast<UniqueId>(first + k), location),
-          width, values[done + k]);
+  const size_t per_leaf = width >= 33 ? 2 : 1;
+  const size_t start = out.size();
+  out.resize(start + per_leaf * count);
+  PatchMetadata* patch = out.data() + start;
+  for (size_t k = 0; k < count; ++k) {
+    const UniqueId id = static_cast<UniqueId>(first_id + static_cast<UniqueId>(k));
+    const ExternalStorage* entry = Lookup(id);
+    if (entry == nullptr) [[unlikely]] {
+      // What came before the leaf without an entry stays; its failure ends the operation.
+      const size_t at = static_cast<size_t>(patch - out.data());
+      out.resize(at);
+      entry = &StoredEntryOf(id, location);
+      out.resize(at + per_leaf * (count - k));
+      patch = out.data() + at;
     }
-    done += run;
+    patch = rule.Put(patch, *entry, width, values[k]);
   }
 }
 
@@ -590,9 +595,10 @@ void BitsIntegerBase::AppendPatchesOf(size_t width, std::vector<PatchMetadata>& 
   const zu::SourceLocation location = zu::SourceLocation::current();
   check(unique_id_.has_value(), "Unique ID not initialized", location);
   const ExternalStorage* entry = Lookup(*unique_id_);
-  PatchRule(id, base, value)
-      .Append(out, entry != nullptr ? *entry : StoredEntryOf(*unique_id_, location), width,
-              ToNumber());
+  if (entry == nullptr) entry = &StoredEntryOf(*unique_id_, location);
+  PatchMetadata patches[2];
+  const PatchMetadata* end = PatchRule(id, base, value).Put(patches, *entry, width, ToNumber());
+  for (const PatchMetadata* patch = patches; patch != end; ++patch) out.push_back(*patch);
 }
 
 void BitsIntegerBase::SetExternalStorageImpl(const std::string& name, BaseConstruct* parent,
