@@ -10,8 +10,8 @@ A ratio is the operation's time over the plain pass of the same record in the sa
 import json
 import sys
 
-OPERATIONS = ("Parse", "Build", "ToString", "Walk", "Register", "CollectFields",
-              "CollectPatches", "ToStringRegistered", "Names")
+OPERATIONS = ("Parse", "Build", "ToString", "Walk", "Register", "RegisterFloor", "CollectFields",
+              "CollectFieldsFloor", "CollectPatches", "ToStringRegistered", "Names")
 
 
 def load(path):

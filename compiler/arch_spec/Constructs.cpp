@@ -26,41 +26,66 @@ constexpr std::array<char, 200> kDigitPairs = MakeDigitPairs();
 // Printed text put together in a caller's buffer, without touching the heap. A piece of known
 // greatest length may be copied whole into the spare room behind the text (kSlack characters) and
 // the cursor then moved by its length, so the buffer must reach kSlack characters past the end of
-// the text. The longest line of a leaf is an
-// array element's indentation and index (up to 64 characters) and the longest leaf text,
+// the text. The longest line of a leaf (kLine) is an array element's indentation (up to
+// kMostBlanks), its index and ": " (up to 22 characters) and the longest leaf text,
 // "[0xffff:4294967295-4294967295]/64 0xffffffffffffffff\n".
 struct TextWriter {
   static constexpr size_t kLine = 128;
-  static constexpr size_t kSlack = 32;
+  static constexpr size_t kSlack = 64;
+  static constexpr size_t kMostBlanks = 48;
   char* at;
 
   void Put(std::string_view piece) {
     std::memcpy(at, piece.data(), piece.size());
     at += piece.size();
   }
+  // Up to kMostBlanks blanks.
   void PutBlanks(size_t count) {
-    std::memset(at, ' ', count);
+    static constexpr char kBlanks[kMostBlanks + 1] =
+        "                                                ";
+    std::memcpy(at, kBlanks, kMostBlanks);
     at += count;
   }
-  // `value` in decimal, two digits at a time, from the last one back.
+  void PutPair(uint64_t two_digits) {
+    std::memcpy(at, &kDigitPairs[2 * two_digits], 2);
+    at += 2;
+  }
+  // `value` in decimal: below 10,000 (registers, indexes, widths) by cases, two digits at a time
+  // above.
   void PutDecimal(uint64_t value) {
-    int n = 1;
-    for (uint64_t bound = 10; n < 20 && value >= bound; bound *= 10) ++n;
-    char* digit = at + n;
-    while (value >= 100) {
-      digit -= 2;
-      std::memcpy(digit, &kDigitPairs[2 * (value % 100)], 2);
-      value /= 100;
-    }
-    if (value >= 10) {
-      std::memcpy(digit - 2, &kDigitPairs[2 * value], 2);
+    if (value < 10) {
+      *at++ = static_cast<char>('0' + value);
+    } else if (value < 100) {
+      PutPair(value);
+    } else if (value < 1000) {
+      *at++ = static_cast<char>('0' + value / 100);
+      PutPair(value % 100);
+    } else if (value < 10000) {
+      PutPair(value / 100);
+      PutPair(value % 100);
     } else {
-      digit[-1] = static_cast<char>('0' + value);
+      int n = 5;
+      for (uint64_t bound = 100000; n < 20 && value >= bound; bound *= 10) ++n;
+      char* digit = at + n;
+      while (value >= 100) {
+        digit -= 2;
+        std::memcpy(digit, &kDigitPairs[2 * (value % 100)], 2);
+        value /= 100;
+      }
+      if (value >= 10) {
+        std::memcpy(digit - 2, &kDigitPairs[2 * value], 2);
+      } else {
+        digit[-1] = static_cast<char>('0' + value);
+      }
+      at += n;
     }
-    at += n;
   }
   // `value` in lower-case hexadecimal, padded with '0' to `min_digits` (1 to 16).
   void PutHex(uint64_t value, int min_digits) {
+    if (value < 16 && min_digits == 1) {  // the values of narrow leaves
+      *at++ = kHexDigits[value];
+      return;
+    }
     int n = value == 0 ? 1 : (64 - __builtin_clzll(value) + 3) / 4;
     if (n < min_digits) n = min_digits;
     for (int i = n - 1; i >= 0; --i) {
@@ -371,8 +396,9 @@ void AppendFields(std::vector<FieldMetadata>& out, const ExternalStorage& entry,
 
 }  // namespace
 
-void BaseConstruct::AppendLeafText(std::string* out, const zu::optional<UniqueId>& id, size_t width,
-                                   uint64_t value) {
+[[gnu::flatten]] void BaseConstruct::AppendLeafText(std::string* out,
+                                                    const zu::optional<UniqueId>& id, size_t width,
+                                                    uint64_t value) {
   LineBuffer line;
   line.writer.at = PutLeaf(line.writer.at, PrintedEntry(id, id.has_value() ? Lookup(*id) : nullptr),
                            width, PlaceEnd(width), value);
@@ -383,7 +409,7 @@ void BaseConstruct::AppendElementsText(std::string* out, size_t blanks, size_t f
                                        size_t count, const zu::optional<UniqueId>& first_id,
                                        size_t width, const uint64_t* values) {
   // Deeper than a line holds is left to the string, line by line (no record nests that deep).
-  const size_t extra = blanks > 40 ? blanks : 0;
+  const size_t extra = blanks > TextWriter::kMostBlanks ? blanks : 0;
   blanks -= extra;
   const ExternalStorage* entries[constructs_internal::kRun];
   if (first_id.has_value()) {
@@ -442,16 +468,21 @@ struct PatchRule {
         given(value.has_value()),
         given_value(value.value_or(0)) {}
 
-  // Writes the one or two patches of a leaf of `width` bits holding `v`, whose entry is `entry`,
-  // at `patch`; returns where they end.
+  // The patch of the low 32 bits of a leaf holding `v`, whose entry is `entry`.
+  PatchMetadata Low(const ExternalStorage& entry, uint64_t v) const {
+    return {patch_id, entry.reg_lo + added, given ? given_value : static_cast<uint32_t>(v)};
+  }
+  // The patch of the bits from 32 up, for leaves above 32 bits. The high word takes no base: that
+  // asymmetry is part of the format of patches.
+  PatchMetadata High(const ExternalStorage& entry, uint64_t v) const {
+    return {patch_id, entry.reg_hi.value_or(0),
+            given ? given_value : static_cast<uint32_t>(v >> 32)};
+  }
+  // Writes the one or two patches of a leaf of `width` bits at `patch`; returns where they end.
   PatchMetadata* Put(PatchMetadata* patch, const ExternalStorage& entry, size_t width,
                      uint64_t v) const {
-    *patch++ = {patch_id, entry.reg_lo + added, given ? given_value : static_cast<uint32_t>(v)};
-    if (width >= 33) {
-      // The high word takes no base: that asymmetry is part of the format of patches.
-      *patch++ = {patch_id, entry.reg_hi.value_or(0),
-                  given ? given_value : static_cast<uint32_t>(v >> 32)};
-    }
+    *patch++ = Low(entry, v);
+    if (width >= 33) *patch++ = High(entry, v);
     return patch;
   }
 
@@ -589,16 +620,18 @@ void BitsIntegerBase::CollectPatchesImpl(std::vector<PatchMetadata>& out, uint32
   AppendPatchesOf(SizeInBits(), out, id, base, value);
 }
 
-void BitsIntegerBase::AppendPatchesOf(size_t width, std::vector<PatchMetadata>& out, uint32_t id,
-                                      const zu::optional<uint32_t>& base,
-                                      const zu::optional<uint32_t>& value) const {
-  const zu::SourceLocation location = zu::SourceLocation::current();
-  check(unique_id_.has_value(), "Unique ID not initialized", location);
+[[gnu::flatten]] void BitsIntegerBase::AppendPatchesOf(size_t width,
+                                                       std::vector<PatchMetadata>& out, uint32_t id,
+                                                       const zu::optional<uint32_t>& base,
+                                                       const zu::optional<uint32_t>& value) const {
+  check(unique_id_.has_value(), "Unique ID not initialized");
   const ExternalStorage* entry = Lookup(*unique_id_);
-  if (entry == nullptr) entry = &StoredEntryOf(*unique_id_, location);
-  PatchMetadata patches[2];
-  const PatchMetadata* end = PatchRule(id, base, value).Put(patches, *entry, width, ToNumber());
-  for (const PatchMetadata* patch = patches; patch != end; ++patch) out.push_back(*patch);
+  if (entry == nullptr) [[unlikely]]
+    entry = &StoredEntryOf(*unique_id_, zu::SourceLocation::current());
+  const PatchRule rule(id, base, value);
+  const uint64_t v = ToNumber();
+  out.push_back(rule.Low(*entry, v));
+  if (width >= 33) out.push_back(rule.High(*entry, v));
 }
 
 void BitsIntegerBase::SetExternalStorageImpl(const std::string& name, BaseConstruct* parent,
