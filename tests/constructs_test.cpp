@@ -501,6 +501,22 @@ TEST(RecordTest, PrintsNestedText) {
             "  ]/8\n"
             "  wide = [0x0000]/0 0x0\n"
             "}\n");
+
+  // However deep a record stands, every line is indented by its depth alone.
+  const std::string shallow = Printed(sample);
+  for (const size_t depth : {size_t{23}, size_t{24}, size_t{40}}) {
+    std::string deep;
+    sample.ToString(depth, &deep);
+    std::string expected;
+    size_t line_start = 0;
+    for (size_t end = shallow.find('\n'); end != std::string::npos;
+         line_start = end + 1, end = shallow.find('\n', line_start)) {
+      // The first line follows the caller's text; the others move 2 * depth blanks to the right.
+      if (line_start != 0) expected.append(2 * depth, ' ');
+      expected.append(shallow, line_start, end + 1 - line_start);
+    }
+    EXPECT_EQ(deep, expected) << "depth " << depth;
+  }
 }
 
 TEST(RecordTest, ALookupThatFailsLeavesAnEmptyEntryBehind) {

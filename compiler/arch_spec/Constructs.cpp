@@ -398,8 +398,19 @@ void AppendFields(std::vector<FieldMetadata>& out, const ExternalStorage& entry,
 
 [[gnu::flatten]] void BaseConstruct::AppendLeafText(std::string* out,
                                                     const zu::optional<UniqueId>& id, size_t width,
-                                                    uint64_t value) {
+                                                    uint64_t value, std::string_view name,
+                                                    size_t blanks) {
   LineBuffer line;
+  if (!name.empty()) {
+    // A longest leaf text (54 characters) must still fit behind the head.
+    if (blanks > TextWriter::kMostBlanks || blanks + name.size() + 3 + 54 > TextWriter::kLine) {
+      out->append(blanks, ' ').append(name).append(" = ");
+    } else {
+      line.writer.PutBlanks(blanks);
+      line.writer.Put(name);
+      line.writer.Put(" = ");
+    }
+  }
   line.writer.at = PutLeaf(line.writer.at, PrintedEntry(id, id.has_value() ? Lookup(*id) : nullptr),
                            width, PlaceEnd(width), value);
   out->append(line.text, line.size());
@@ -592,8 +603,9 @@ uint64_t BitsIntegerBase::ParseImpl(const std::string& bits, size_t* pos) const 
 
 void BitsIntegerBase::ToStringImpl(std::string* out) const { AppendTextOf(SizeInBits(), out); }
 
-void BitsIntegerBase::AppendTextOf(size_t width, std::string* out) const {
-  AppendLeafText(out, unique_id_, width, ToNumber());
+void BitsIntegerBase::AppendTextOf(size_t width, std::string* out, std::string_view name,
+                                   size_t blanks) const {
+  AppendLeafText(out, unique_id_, width, ToNumber(), name, blanks);
 }
 
 void BitsIntegerBase::range_check(size_t offset, size_t size) const {

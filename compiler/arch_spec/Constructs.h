@@ -18,6 +18,7 @@
 #include <cstring>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <unordered_map>
 #include <utility>
@@ -193,9 +194,10 @@ class BaseConstruct {
   //
   // The entry of `id`, which must exist ("External storage not initialized").
   static ExternalStorage& StoredEntryOf(UniqueId id, const zu::SourceLocation& location);
-  // The leaf's line: "[0x012c:7-8]/40 0x1234", or "[0x0000]/0 0xa" without an id or an entry.
+  // The leaf's line: "[0x012c:7-8]/40 0x1234", or "[0x0000]/0 0xa" without an id or an entry;
+  // with a `name`, a record's line of the leaf, "<blanks><name> = " and the leaf's line.
   static void AppendLeafText(std::string* out, const zu::optional<UniqueId>& id, size_t width,
-                             uint64_t value);
+                             uint64_t value, std::string_view name = {}, size_t blanks = 0);
   // The lines of `count` elements of an array's print, element `first_index` first: `blanks`,
   // "<index>: " and the leaf's text of `values[k]`. Without `first_id` the elements have no ids;
   // with it, the ids fall by one per element from `first_id`.
@@ -271,7 +273,8 @@ class BitsIntegerBase : public BaseConstruct {
   friend class RecordBase;
   // The work of ToString, CollectFields and CollectPatches for a caller that knows the leaf's
   // width: a record, for its leaf fields, without the virtual calls of the general operations.
-  void AppendTextOf(size_t width, std::string* out) const;
+  void AppendTextOf(size_t width, std::string* out, std::string_view name = {},
+                    size_t blanks = 0) const;
   void AppendFieldsOf(size_t width, std::vector<FieldMetadata>& out, bool flag, int32_t base) const;
   void AppendPatchesOf(size_t width, std::vector<PatchMetadata>& out, uint32_t id,
                        const zu::optional<uint32_t>& base,

@@ -9,20 +9,21 @@ void RecordBase::ToStringOf(ConstFieldList fields, int unique_ids, size_t indent
   // for them all, once.
   if (indent == 0) constructs_internal::ReserveMore(*out, 40 * static_cast<size_t>(unique_ids));
   out->append("{\n");
+  const size_t blanks = 2 * indent + 2;
   for (const RecordField<const BaseConstruct>& field : fields) {
+    if (field.leaf_width != 0) {
+      // A leaf's whole line, "<blanks><name> = <leaf's text>", in one step.
+      static_cast<const BitsIntegerBase*>(field.construct)
+          ->AppendTextOf(static_cast<size_t>(field.leaf_width), out, field.name, blanks);
+      continue;
+    }
     // "<blanks><name> = " in one step.
-    const size_t blanks = 2 * indent + 2;
     const size_t length = std::strlen(field.name);
     const size_t at = out->size();
     out->resize(at + blanks + length + 3, ' ');
     std::memcpy(out->data() + at + blanks, field.name, length);
     std::memcpy(out->data() + at + blanks + length, " = ", 3);
-    if (field.leaf_width != 0) {
-      static_cast<const BitsIntegerBase*>(field.construct)
-          ->AppendTextOf(static_cast<size_t>(field.leaf_width), out);
-    } else {
-      field.construct->ToString(indent + 1, out);
-    }
+    field.construct->ToString(indent + 1, out);
   }
   out->append(2 * indent, ' ').append("}\n");
 }
