@@ -1,8 +1,7 @@
 #include "compiler/arch_spec/Record.h"
 
-#include <cstring>
-
 namespace zu::spec {
+
 void RecordBase::ToStringOf(ConstFieldList fields, int unique_ids, size_t indent,
                             std::string* out) {
   // A printed leaf takes a line of some 40 characters: the top-level call (indent 0) makes room
@@ -18,11 +17,7 @@ void RecordBase::ToStringOf(ConstFieldList fields, int unique_ids, size_t indent
       continue;
     }
     // "<blanks><name> = " in one step.
-    const size_t length = std::strlen(field.name);
-    const size_t at = out->size();
-    out->resize(at + blanks + length + 3, ' ');
-    std::memcpy(out->data() + at + blanks, field.name, length);
-    std::memcpy(out->data() + at + blanks + length, " = ", 3);
+    out->append(blanks, ' ').append(field.name).append(" = ");
     field.construct->ToString(indent + 1, out);
   }
   out->append(2 * indent, ' ').append("}\n");

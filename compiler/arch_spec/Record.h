@@ -30,6 +30,7 @@
 #include <iterator>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "compiler/arch_spec/Constructs.h"
@@ -41,7 +42,7 @@ namespace zu::spec {
 // the virtual calls of the general operations.
 template <class Construct>
 struct RecordField {
-  const char* name;
+  std::string_view name;
   Construct* construct;
   int leaf_width = 0;
 };
@@ -110,8 +111,10 @@ template <class R>
 std::array<RecordField<BaseConstruct>, R::kFieldCount> FieldsOf(R& record) {
   std::array<RecordField<BaseConstruct>, R::kFieldCount> fields;
   size_t i = 0;
-  R::Fields(record, [&](const char* name, auto& field) {
-    fields[i++] = {name, &field, constructs_internal::kLeafWidth<std::decay_t<decltype(field)>>};
+  // A name comes as its string literal, whose length is known here.
+  R::Fields(record, [&](const auto& name, auto& field) {
+    fields[i++] = {std::string_view(name, std::size(name) - 1), &field,
+                   constructs_internal::kLeafWidth<std::decay_t<decltype(field)>>};
   });
   return fields;
 }
