@@ -2,7 +2,7 @@
 //
 // Every record benchmark reports its speed in bits per second and, as "x_baseline", its time
 // relative to one plain pass over the same text (counting its '1' characters), measured in the same
-// process.
+// process right after the benchmark's own runs.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -54,7 +54,12 @@ double BaselineSeconds(const std::string& bits) {
   return best;
 }
 
-void Report(benchmark::State& state, size_t bits, double baseline) {
+// Reports the counters of a record benchmark over `text`. The plain pass is timed right after the
+// operation's runs, so that both see the machine at the same speed (a shared virtual machine's
+// speed drifts over seconds).
+void Report(benchmark::State& state, const std::string& text) {
+  const double baseline = BaselineSeconds(text);
+  const size_t bits = text.size();
   state.counters["bits/s"] =
       benchmark::Counter(static_cast<double>(bits), benchmark::Counter::kIsIterationInvariantRate);
   // elapsed / (iterations * baseline): how many plain passes one operation costs.
@@ -62,15 +67,24 @@ void Report(benchmark::State& state, size_t bits, double baseline) {
       baseline, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 
+// Times `operation` alone as the iteration's time (for benchmarks with manual time).
+template <class Operation>
+void TimeAlone(benchmark::State& state, Operation&& operation) {
+  const auto start = std::chrono::steady_clock::now();
+  operation();
+  benchmark::ClobberMemory();
+  const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
+  state.SetIterationTime(took.count());
+}
+
 void RegisterTile(const RecordClass& tile) {
   const auto bits = std::make_shared<std::string>(RandomBits(tile.bits));
-  const double baseline = BaselineSeconds(*bits);
   const auto make = tile.make;
   const size_t n = tile.bits;
 
   benchmark::RegisterBenchmark((tile.label() + "/Baseline").c_str(), [=](benchmark::State& state) {
     for (auto _ : state) benchmark::DoNotOptimize(CountOnes(*bits));
-    Report(state, n, baseline);
+    Report(state, *bits);
   });
   benchmark::RegisterBenchmark((tile.label() + "/Parse").c_str(), [=](benchmark::State& state) {
     auto record = make();
@@ -79,7 +93,7 @@ void RegisterTile(const RecordClass& tile) {
       record->Parse(*bits, &position);
       benchmark::DoNotOptimize(position);
     }
-    Report(state, n, baseline);
+    Report(state, *bits);
   });
   benchmark::RegisterBenchmark((tile.label() + "/Build").c_str(), [=](benchmark::State& state) {
     auto record = make();
@@ -91,7 +105,7 @@ void RegisterTile(const RecordClass& tile) {
       record->Build(*builder);
       benchmark::ClobberMemory();
     }
-    Report(state, n, baseline);
+    Report(state, *bits);
   });
   benchmark::RegisterBenchmark((tile.label() + "/BuildToBytes").c_str(),
                                [=](benchmark::State& state) {
@@ -104,7 +118,7 @@ void RegisterTile(const RecordClass& tile) {
                                    builder->advance(static_cast<int64_t>((8 - n % 8) % 8));
                                    benchmark::DoNotOptimize(builder->to_bytes());
                                  }
-                                 Report(state, n, baseline);
+                                 Report(state, *bits);
                                });
   benchmark::RegisterBenchmark((tile.label() + "/Bytes2Bits").c_str(),
                                [=](benchmark::State& state) {
@@ -120,7 +134,7 @@ void RegisterTile(const RecordClass& tile) {
                                    bytes2bits(bytes, &text);
                                    benchmark::DoNotOptimize(text.data());
                                  }
-                                 Report(state, n, baseline);
+                                 Report(state, *bits);
                                });
   benchmark::RegisterBenchmark((tile.label() + "/ToString").c_str(), [=](benchmark::State& state) {
     auto record = make();
@@ -131,7 +145,7 @@ void RegisterTile(const RecordClass& tile) {
       record->ToString(0, &text);
       benchmark::DoNotOptimize(text.data());
     }
-    Report(state, n, baseline);
+    Report(state, *bits);
   });
   benchmark::RegisterBenchmark((tile.label() + "/Walk").c_str(), [=](benchmark::State& state) {
     auto record = make();
@@ -144,24 +158,25 @@ void RegisterTile(const RecordClass& tile) {
     const BaseConstruct& view = *record;
     for (auto _ : state) view.Walk(visit);
     benchmark::DoNotOptimize(sum);
-    Report(state, n, baseline);
+    Report(state, *bits);
   });
+  // The cold paths are timed around the operation alone (manual time): making a fresh table and
+  // releasing a result stay outside, without the cost of pausing the benchmark's own timers.
   benchmark::RegisterBenchmark((tile.label() + "/Register").c_str(), [=](benchmark::State& state) {
     for (auto _ : state) {
-      state.PauseTiming();
       // A fresh table: no entries, and no buckets kept from the last round.
       decltype(BaseConstruct::external_storage_)().swap(BaseConstruct::external_storage_);
       auto record = make();
-      state.ResumeTiming();
-      UniqueId next = 0;
-      record->SetUniqueId(next);
-      uint32_t reg = 0;
-      record->SetExternalStorage("tile", nullptr, 0, reg);
+      TimeAlone(state, [&] {
+        UniqueId next = 0;
+        record->SetUniqueId(next);
+        uint32_t reg = 0;
+        record->SetExternalStorage("tile", nullptr, 0, reg);
+      });
     }
-    Report(state, n, baseline);
-  });
-  // The metadata operations of a registered record. Results are released outside the timing: what
-  // is measured is making them.
+    Report(state, *bits);
+  })->UseManualTime();
+  // The metadata operations of a registered record; `operation` times what it measures.
   const auto registered = [=](benchmark::State& state, auto operation) {
     BaseConstruct::external_storage_.clear();
     auto record = make();
@@ -172,36 +187,29 @@ void RegisterTile(const RecordClass& tile) {
     uint32_t reg = 0;
     record->SetExternalStorage("tile", nullptr, 0, reg);
     for (auto _ : state) operation(state, *record);
-    Report(state, n, baseline);
+    Report(state, *bits);
   };
   benchmark::RegisterBenchmark((tile.label() + "/CollectFields").c_str(), registered,
                                [](benchmark::State& state, const BaseConstruct& record) {
                                  std::vector<FieldMetadata> fields;
-                                 record.CollectFields(fields, false, 0);
-                                 benchmark::DoNotOptimize(fields.data());
-                                 state.PauseTiming();
-                                 fields = {};
-                                 state.ResumeTiming();
-                               });
+                                 TimeAlone(state, [&] { record.CollectFields(fields, false, 0); });
+                               })
+      ->UseManualTime();
   benchmark::RegisterBenchmark((tile.label() + "/CollectPatches").c_str(), registered,
                                [](benchmark::State& state, const BaseConstruct& record) {
                                  std::vector<PatchMetadata> patches;
-                                 record.CollectPatches(patches, 7, zu::optional<uint32_t>(),
-                                                       zu::optional<uint32_t>());
-                                 benchmark::DoNotOptimize(patches.data());
-                                 state.PauseTiming();
-                                 patches = {};
-                                 state.ResumeTiming();
-                               });
+                                 TimeAlone(state, [&] {
+                                   record.CollectPatches(patches, 7, zu::optional<uint32_t>(),
+                                                         zu::optional<uint32_t>());
+                                 });
+                               })
+      ->UseManualTime();
   benchmark::RegisterBenchmark((tile.label() + "/ToStringRegistered").c_str(), registered,
                                [](benchmark::State& state, const BaseConstruct& record) {
                                  std::string text;
-                                 record.ToString(0, &text);
-                                 benchmark::DoNotOptimize(text.data());
-                                 state.PauseTiming();
-                                 text = {};
-                                 state.ResumeTiming();
-                               });
+                                 TimeAlone(state, [&] { record.ToString(0, &text); });
+                               })
+      ->UseManualTime();
   // What the table's and the results' types make every implementation pay, whatever its code: a
   // fresh table's entry for each id (a node each, and a name as long as the real one), and a copy
   // of the CollectFields result (a string each).
@@ -218,31 +226,23 @@ void RegisterTile(const RecordClass& tile) {
                                    names.emplace_back(id, entry.name);
                                  }
                                  for (auto _ : state) {
-                                   state.PauseTiming();
                                    decltype(BaseConstruct::external_storage_) table;
-                                   state.ResumeTiming();
-                                   table.reserve(names.size());
-                                   for (const auto& [id, name] : names) table[id].name = name;
-                                   benchmark::DoNotOptimize(table.size());
-                                   state.PauseTiming();
-                                   table = {};
-                                   state.ResumeTiming();
+                                   TimeAlone(state, [&] {
+                                     table.reserve(names.size());
+                                     for (const auto& [id, name] : names) table[id].name = name;
+                                   });
                                  }
-                                 Report(state, n, baseline);
-                               });
+                                 Report(state, *bits);
+                               })
+      ->UseManualTime();
   benchmark::RegisterBenchmark((tile.label() + "/CollectFieldsFloor").c_str(), registered,
                                [](benchmark::State& state, const BaseConstruct& record) {
-                                 state.PauseTiming();
                                  std::vector<FieldMetadata> made;
                                  record.CollectFields(made, false, 0);
-                                 state.ResumeTiming();
-                                 std::vector<FieldMetadata> fields = made;
-                                 benchmark::DoNotOptimize(fields.data());
-                                 state.PauseTiming();
-                                 fields = {};
-                                 made = {};
-                                 state.ResumeTiming();
-                               });
+                                 std::vector<FieldMetadata> fields;
+                                 TimeAlone(state, [&] { fields = made; });
+                               })
+      ->UseManualTime();
   // Name() of every leaf, as a caller that walks a registered record asks it.
   benchmark::RegisterBenchmark(
       (tile.label() + "/Names").c_str(), registered,
