@@ -2,14 +2,13 @@
 
 namespace zu::spec {
 
-void RecordBase::ToStringOf(ConstFieldList fields, int unique_ids, size_t indent,
-                            std::string* out) {
+void RecordBase::ToStringOf(FieldList fields, int unique_ids, size_t indent, std::string* out) {
   // A printed leaf takes a line of some 40 characters: the top-level call (indent 0) makes room
   // for them all, once.
   if (indent == 0) constructs_internal::ReserveMore(*out, 40 * static_cast<size_t>(unique_ids));
   out->append("{\n");
   const size_t blanks = 2 * indent + 2;
-  for (const RecordField<const BaseConstruct>& field : fields) {
+  for (const RecordField& field : fields) {
     if (field.leaf_width != 0) {
       // A leaf's whole line, "<blanks><name> = <leaf's text>", in one step.
       static_cast<const BitsIntegerBase*>(field.construct)
@@ -24,21 +23,23 @@ void RecordBase::ToStringOf(ConstFieldList fields, int unique_ids, size_t indent
 }
 
 void RecordBase::WalkOf(FieldList fields, const std::function<void(BitsIntegerBase&)>& visit) {
-  for (const RecordField<BaseConstruct>& field : fields) field.construct->Walk(visit);
+  for (const RecordField& field : fields) field.construct->Walk(visit);
 }
 
-void RecordBase::WalkOf(ConstFieldList fields,
+void RecordBase::WalkOf(FieldList fields,
                         const std::function<void(const BitsIntegerBase&)>& visit) {
-  for (const RecordField<const BaseConstruct>& field : fields) field.construct->Walk(visit);
+  for (const RecordField& field : fields) {
+    static_cast<const BaseConstruct*>(field.construct)->Walk(visit);
+  }
 }
 
-void RecordBase::CollectPatchesOf(ConstFieldList fields, int unique_ids,
+void RecordBase::CollectPatchesOf(FieldList fields, int unique_ids,
                                   std::vector<PatchMetadata>& patches, uint32_t id,
                                   zu::optional<uint32_t> base, zu::optional<uint32_t> value) {
   const constructs_internal::MetadataPass pass;
   // Every leaf takes an id and gives one or two patches: the ids are a good first guess.
   if (pass.outermost()) constructs_internal::ReserveMore(patches, static_cast<size_t>(unique_ids));
-  for (const RecordField<const BaseConstruct>& field : fields) {
+  for (const RecordField& field : fields) {
     if (field.leaf_width != 0) {
       static_cast<const BitsIntegerBase*>(field.construct)
           ->AppendPatchesOf(static_cast<size_t>(field.leaf_width), patches, id, base, value);
@@ -48,11 +49,11 @@ void RecordBase::CollectPatchesOf(ConstFieldList fields, int unique_ids,
   }
 }
 
-void RecordBase::CollectFieldsOf(ConstFieldList fields, int unique_ids,
-                                 std::vector<FieldMetadata>& out, bool flag, int32_t base) {
+void RecordBase::CollectFieldsOf(FieldList fields, int unique_ids, std::vector<FieldMetadata>& out,
+                                 bool flag, int32_t base) {
   const constructs_internal::MetadataPass pass;
   if (pass.outermost()) constructs_internal::ReserveMore(out, static_cast<size_t>(unique_ids));
-  for (const RecordField<const BaseConstruct>& field : fields) {
+  for (const RecordField& field : fields) {
     if (field.leaf_width != 0) {
       static_cast<const BitsIntegerBase*>(field.construct)
           ->AppendFieldsOf(static_cast<size_t>(field.leaf_width), out, flag, base);
@@ -64,7 +65,7 @@ void RecordBase::CollectFieldsOf(ConstFieldList fields, int unique_ids,
 
 void RecordBase::SetUniqueIdOf(FieldList fields, UniqueId& next_id) {
   unique_id_ = next_id;
-  for (const RecordField<BaseConstruct>& field : fields) {
+  for (const RecordField& field : fields) {
     next_id = static_cast<UniqueId>(next_id + 1);
     field.construct->SetUniqueId(next_id);
   }
@@ -85,7 +86,7 @@ void RecordBase::SetExternalStorageOf(FieldList fields, int unique_ids, const st
     if (wanted > room) external_storage_.reserve(wanted > 2 * size ? wanted : 2 * size);
   }
   std::string field_name;
-  for (const RecordField<BaseConstruct>& field : fields) {
+  for (const RecordField& field : fields) {
     field_name.assign(field.name);
     field.construct->SetExternalStorage(field_name, this, offset, register_index);
     offset += field.construct->SizeInBits();

@@ -30,7 +30,6 @@
 #include <iterator>
 #include <span>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "compiler/arch_spec/Constructs.h"
@@ -39,32 +38,29 @@ namespace zu::spec {
 
 // One field of a record as the generic operations see it: its name in the table, the field, and
 // its width if it is a leaf (0 otherwise), so that a leaf field is printed and collected without
-// the virtual calls of the general operations.
-template <class Construct>
+// the virtual calls of the general operations. The reading operations only read through it.
 struct RecordField {
-  std::string_view name;
-  Construct* construct;
+  const char* name;
+  BaseConstruct* construct;
   int leaf_width = 0;
 };
 
 // The rules by which every record runs through its fields, whatever they are.
 class RecordBase : public BaseConstruct {
  protected:
-  using FieldList = std::span<const RecordField<BaseConstruct>>;
-  using ConstFieldList = std::span<const RecordField<const BaseConstruct>>;
+  using FieldList = std::span<const RecordField>;
 
   // "{", one line per field "<name> = <field's text>" two blanks deeper, "}" at the record's depth.
-  static void ToStringOf(ConstFieldList fields, int unique_ids, size_t indent, std::string* out);
+  static void ToStringOf(FieldList fields, int unique_ids, size_t indent, std::string* out);
   static void WalkOf(FieldList fields, const std::function<void(BitsIntegerBase&)>& visit);
-  static void WalkOf(ConstFieldList fields,
-                     const std::function<void(const BitsIntegerBase&)>& visit);
+  static void WalkOf(FieldList fields, const std::function<void(const BitsIntegerBase&)>& visit);
   // `unique_ids`: the ids that the whole record takes; the outermost record of a pass makes room
   // for that many results.
-  static void CollectPatchesOf(ConstFieldList fields, int unique_ids,
+  static void CollectPatchesOf(FieldList fields, int unique_ids,
                                std::vector<PatchMetadata>& patches, uint32_t id,
                                zu::optional<uint32_t> base, zu::optional<uint32_t> value);
-  static void CollectFieldsOf(ConstFieldList fields, int unique_ids,
-                              std::vector<FieldMetadata>& out, bool flag, int32_t base);
+  static void CollectFieldsOf(FieldList fields, int unique_ids, std::vector<FieldMetadata>& out,
+                              bool flag, int32_t base);
   // The record takes `next_id`; each field takes the next one up and numbers its own sub-tree.
   void SetUniqueIdOf(FieldList fields, UniqueId& next_id);
   // A record registers once: if its entry is there already, nothing of it or below it changes.
@@ -106,26 +102,20 @@ class Record : public RecordBase {
 };
 
 // The fields of `record` as constructs, in table order. One list serves the reading operations as
-// well (they only read through it), so that each record instantiates its field list once.
+// well (they only read through it), so that each record instantiates its field list once, and once
+// only: it is not copied into each operation.
 template <class R>
-std::array<RecordField<BaseConstruct>, R::kFieldCount> FieldsOf(R& record) {
-  std::array<RecordField<BaseConstruct>, R::kFieldCount> fields;
+[[gnu::noinline]] std::array<RecordField, R::kFieldCount> FieldsOf(R& record) {
+  std::array<RecordField, R::kFieldCount> fields;
   size_t i = 0;
-  // A name comes as its string literal, whose length is known here.
-  R::Fields(record, [&](const auto& name, auto& field) {
-    fields[i++] = {std::string_view(name, std::size(name) - 1), &field,
-                   constructs_internal::kLeafWidth<std::decay_t<decltype(field)>>};
+  R::Fields(record, [&](const char* name, auto& field) {
+    fields[i++] = {name, &field, constructs_internal::kLeafWidth<std::decay_t<decltype(field)>>};
   });
   return fields;
 }
 template <class R>
-std::array<RecordField<const BaseConstruct>, R::kFieldCount> FieldsOf(const R& record) {
-  const auto fields = FieldsOf(const_cast<R&>(record));  // only read through, as const
-  std::array<RecordField<const BaseConstruct>, R::kFieldCount> view;
-  for (size_t i = 0; i < fields.size(); ++i) {
-    view[i] = {fields[i].name, fields[i].construct, fields[i].leaf_width};
-  }
-  return view;
+std::array<RecordField, R::kFieldCount> FieldsOf(const R& record) {
+  return FieldsOf(const_cast<R&>(record));  // only read through, as const
 }
 
 template <class Self, class Generation>
