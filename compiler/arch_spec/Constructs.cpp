@@ -372,10 +372,16 @@ const ExternalStorage* PrintedEntry(const zu::optional<UniqueId>& id,
 
 // The one or two FieldMetadata of a leaf of `width` bits with entry `entry`: the low 32 bits, which
 // stand at the end of a wide leaf's stretch, then the bits above them.
+// `prefix`, if given, is the path before the leaf's own name, already known to the caller.
 void AppendFields(std::vector<FieldMetadata>& out, const ExternalStorage& entry, size_t width,
-                  bool flag, int32_t base) {
+                  bool flag, int32_t base, const std::string* prefix = nullptr) {
   FieldMetadata& field = out.emplace_back();
-  AssignPath(field.name, entry);
+  if (prefix != nullptr) {
+    field.name.reserve(prefix->size() + entry.name.size());
+    field.name.append(*prefix).append(entry.name);
+  } else {
+    AssignPath(field.name, entry);
+  }
   field.width = static_cast<uint16_t>(width < 32 ? width : 32);
   const uint32_t start = static_cast<uint32_t>(entry.offset) + static_cast<uint32_t>(base);
   const uint32_t position = start + static_cast<uint32_t>(width >= 32 ? width - 32 : 0);
@@ -454,6 +460,10 @@ void BaseConstruct::AppendLeavesFields(std::vector<FieldMetadata>& out, UniqueId
                                        const zu::SourceLocation& location) {
   constructs_internal::ReserveMore(out, count);
   const ExternalStorage* entries[constructs_internal::kRun];
+  // The elements of an array share their parent, and so the path before their names: it is asked
+  // of the pass once, and again only when the parent changes.
+  const std::string* prefix = nullptr;
+  UniqueId prefix_of = 0;
   for (size_t done = 0; done < count;) {
     const size_t run = constructs_internal::RunAt(done, count);
     const UniqueId first = static_cast<UniqueId>(first_id + static_cast<UniqueId>(done));
@@ -461,7 +471,15 @@ void BaseConstruct::AppendLeavesFields(std::vector<FieldMetadata>& out, UniqueId
     for (size_t k = 0; k < run; ++k) {
       const ExternalStorage* entry = entries[k];
       if (entry == nullptr) entry = &StoredEntryOf(static_cast<UniqueId>(first + k), location);
-      AppendFields(out, *entry, width, flag, base);
+      if (pass.depth == 0 || !entry->parent.has_value()) {
+        AppendFields(out, *entry, width, flag, base);
+        continue;
+      }
+      if (prefix == nullptr || *entry->parent != prefix_of) {
+        prefix = &PathPrefix(*entry->parent);
+        prefix_of = *entry->parent;
+      }
+      AppendFields(out, *entry, width, flag, base, prefix);
     }
     done += run;
   }
