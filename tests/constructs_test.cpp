@@ -82,6 +82,15 @@ std::string RandomBits(size_t n, unsigned seed) {
 // Ids are global to the process: each test numbers from its own range.
 UniqueId FreshIds(int test_number) { return static_cast<UniqueId>(1000 * test_number); }
 
+// Numbers `construct` from `first` and registers it as `name` at `offset`, with registers counted
+// from `reg`; returns the register counter after it.
+uint32_t Register(BaseConstruct& construct, UniqueId first, const std::string& name, size_t offset,
+                  uint32_t reg = 0) {
+  construct.SetUniqueId(first);
+  construct.SetExternalStorage(name, nullptr, offset, reg);
+  return reg;
+}
+
 TEST(LeafTest, ParsesMostSignificantFirst) {
   BitsInteger<3> three;
   size_t pos = 0;
@@ -301,10 +310,7 @@ TEST(PackedArrayTest, ElementIdsNamesAndOffsets) {
 TEST(PackedArrayTest, LongArraysKeepBitOrderAcrossRuns) {
   PackedArray<150, 3> packed;
   for (size_t i = 0; i < 150; ++i) packed.set(i, i % 8);
-  UniqueId next = FreshIds(20);
-  packed.SetUniqueId(next);
-  uint32_t reg = 0;
-  packed.SetExternalStorage("x", nullptr, 4, reg);
+  Register(packed, FreshIds(20), "x", 4);
   std::vector<FieldMetadata> fields;
   packed.CollectFields(fields, false, 0);
   std::vector<PatchMetadata> patches;
@@ -340,11 +346,7 @@ TEST(PackedArrayTest, LongArraysKeepBitOrderAcrossRuns) {
 TEST(PackedArrayTest, WideElementsGiveTwoPatchesEach) {
   PackedArray<70, 40> packed;
   packed.set(0, (uint64_t{3} << 32) | 7);
-  UniqueId next = FreshIds(21);
-  packed.SetUniqueId(next);
-  uint32_t reg = 0;
-  packed.SetExternalStorage("w", nullptr, 0, reg);
-  EXPECT_EQ(reg, 140u);
+  EXPECT_EQ(Register(packed, FreshIds(21), "w", 0), 140u);
   std::vector<PatchMetadata> patches;
   packed.CollectPatches(patches, 2, zu::optional<uint32_t>(100), zu::optional<uint32_t>());
   ASSERT_EQ(patches.size(), 140u);
@@ -532,10 +534,7 @@ TEST(RecordTest, ALookupThatFailsLeavesAnEmptyEntryBehind) {
 
 TEST(MetadataTest, WideLeavesGiveTwoParts) {
   BitsInteger<40> wide(0x1234567890);
-  UniqueId id = FreshIds(6);
-  wide.SetUniqueId(id);
-  uint32_t reg = 5;
-  wide.SetExternalStorage("w", nullptr, 100, reg);
+  EXPECT_EQ(Register(wide, FreshIds(6), "w", 100, 5), 7u);
   std::vector<FieldMetadata> fields;
   wide.CollectFields(fields, true, 0);
   ASSERT_EQ(fields.size(), 2u);
@@ -569,10 +568,7 @@ TEST(MetadataTest, WideLeavesGiveTwoParts) {
 
 TEST(MetadataTest, AFieldMayStraddleAWordBoundary) {
   BitsInteger<4> leaf;
-  UniqueId id = FreshIds(7);
-  leaf.SetUniqueId(id);
-  uint32_t reg = 0;
-  leaf.SetExternalStorage("l", nullptr, 510, reg);
+  Register(leaf, FreshIds(7), "l", 510);
   std::vector<FieldMetadata> fields;
   leaf.CollectFields(fields, false, 0);
   ASSERT_EQ(fields.size(), 1u);
