@@ -23,6 +23,17 @@ constexpr std::array<char, 200> MakeDigitPairs() {
 }
 constexpr std::array<char, 200> kDigitPairs = MakeDigitPairs();
 
+// "00" to "ff", two characters each: byte b in lower-case hexadecimal.
+constexpr std::array<char, 512> MakeHexPairs() {
+  std::array<char, 512> pairs{};
+  for (int b = 0; b < 256; ++b) {
+    pairs[2 * b] = "0123456789abcdef"[b >> 4];
+    pairs[2 * b + 1] = "0123456789abcdef"[b & 15];
+  }
+  return pairs;
+}
+constexpr std::array<char, 512> kHexPairs = MakeHexPairs();
+
 // Printed text put together in a caller's buffer, without touching the heap. A piece of known
 // greatest length may be copied whole into the spare room behind the text (kSlack characters) and
 // the cursor then moved by its length, so the buffer must reach kSlack characters past the end of
@@ -80,14 +91,19 @@ struct TextWriter {
       at += n;
     }
   }
-  // `value` in lower-case hexadecimal, padded with '0' to `min_digits` (1 to 16).
-  void PutHex(uint64_t value, int min_digits) {
-    if (value < 16 && min_digits == 1) {  // the values of narrow leaves
+  // A place's offset: four hexadecimal digits, a byte at a time.
+  void PutHex4(uint16_t value) {
+    std::memcpy(at, &kHexPairs[2 * (value >> 8)], 2);
+    std::memcpy(at + 2, &kHexPairs[2 * (value & 255)], 2);
+    at += 4;
+  }
+  // `value` in lower-case hexadecimal, without leading zeros.
+  void PutHex(uint64_t value) {
+    if (value < 16) {  // the values of narrow leaves
       *at++ = kHexDigits[value];
       return;
     }
-    int n = value == 0 ? 1 : (64 - __builtin_clzll(value) + 3) / 4;
-    if (n < min_digits) n = min_digits;
+    const int n = (64 - __builtin_clzll(value) + 3) / 4;
     for (int i = n - 1; i >= 0; --i) {
       at[i] = kHexDigits[value & 15];
       value >>= 4;
@@ -347,7 +363,7 @@ char* PutLeaf(char* at, const ExternalStorage* entry, size_t width, const PlaceE
     line.Put("[0x0000]/0 0x");
   } else {
     line.Put("[0x");
-    line.PutHex(entry->offset, 4);
+    line.PutHex4(entry->offset);
     line.Put(":");
     line.PutDecimal(entry->reg_lo);
     if (width > 32 && entry->reg_hi.has_value()) {
@@ -357,7 +373,7 @@ char* PutLeaf(char* at, const ExternalStorage* entry, size_t width, const PlaceE
     std::memcpy(line.at, end.text, 8);  // whole, then the cursor moves by its length
     line.at += end.size;
   }
-  line.PutHex(value, 1);
+  line.PutHex(value);
   line.Put("\n");
   return line.at;
 }
