@@ -190,7 +190,8 @@ class BaseConstruct {
   // The rules of leaves of `width` bits, whether BitsInteger members or the elements of a packed
   // array (which exist as leaves only for the moment of an operation: these rules are what their
   // temporary leaves would do). A packed array hands its elements over in runs, so that the lookups
-  // of a run's entries overlap rather than wait for each other; a member is a run of one.
+  // of a run's entries overlap rather than wait for each other; a member leaf goes through its own
+  // routines (BitsIntegerBase), which share these rules.
   //
   // The entry of `id`, which must exist ("External storage not initialized").
   static ExternalStorage& StoredEntryOf(UniqueId id, const zu::SourceLocation& location);
