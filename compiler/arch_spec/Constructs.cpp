@@ -232,6 +232,12 @@ const std::string& PathPrefix(UniqueId id) {
   return slot.prefix;
 }
 
+// Sets `text` to `head` followed by `tail`, allocating once.
+void AssignJoined(std::string& text, std::string_view head, std::string_view tail) {
+  text.reserve(head.size() + tail.size());
+  text.assign(head).append(tail);
+}
+
 // Sets `path` to the path of `entry`'s construct, as Name() gives it.
 void AssignPath(std::string& path, const ExternalStorage& entry) {
   if (!entry.parent.has_value()) {
@@ -239,9 +245,7 @@ void AssignPath(std::string& path, const ExternalStorage& entry) {
     return;
   }
   if (pass.depth > 0) {
-    const std::string& prefix = PathPrefix(*entry.parent);
-    path.reserve(prefix.size() + entry.name.size());
-    path.assign(prefix).append(entry.name);
+    AssignJoined(path, PathPrefix(*entry.parent), entry.name);
     return;
   }
   // Outside a metadata pass the table may have changed since the last call: walk the parents.
@@ -393,8 +397,7 @@ void AppendFields(std::vector<FieldMetadata>& out, const ExternalStorage& entry,
                   bool flag, int32_t base, const std::string* prefix = nullptr) {
   FieldMetadata& field = out.emplace_back();
   if (prefix != nullptr) {
-    field.name.reserve(prefix->size() + entry.name.size());
-    field.name.append(*prefix).append(entry.name);
+    AssignJoined(field.name, *prefix, entry.name);
   } else {
     AssignPath(field.name, entry);
   }
@@ -565,14 +568,28 @@ struct PatchRule {
   }
 }
 
+namespace {
+
+// A leaf's entry, its name aside: its parent if it has one, its offset, and its registers, one
+// for each 32 bits, counted on from `reg`.
+void PlaceLeaf(ExternalStorage& entry, const zu::optional<UniqueId>& parent, size_t offset,
+               size_t width, uint32_t& reg) {
+  if (parent.has_value()) entry.parent = parent;
+  entry.offset = static_cast<uint16_t>(offset);
+  entry.reg_lo = reg++;
+  if (width >= 33) entry.reg_hi = reg++;
+}
+
+}  // namespace
+
 void BaseConstruct::RegisterLeaf(UniqueId id, const std::string& name, BaseConstruct* parent,
                                  size_t offset, size_t width, uint32_t& reg) {
   ExternalStorage& entry = NamedEntry(id);
   entry.name = name;
-  if (parent != nullptr) entry.parent = ParentId(*parent);
-  entry.offset = static_cast<uint16_t>(offset);
-  entry.reg_lo = reg++;
-  if (width >= 33) entry.reg_hi = reg++;
+  PlaceLeaf(
+      entry,
+      parent != nullptr ? zu::optional<UniqueId>(ParentId(*parent)) : zu::optional<UniqueId>(),
+      offset, width, reg);
 }
 
 void BaseConstruct::RegisterElements(UniqueId first_id, size_t count, const std::string& name,
@@ -594,12 +611,8 @@ void BaseConstruct::RegisterElements(UniqueId first_id, size_t count, const std:
     index.writer.Put("]");
     CheckOffset(offset, location);
     ExternalStorage& entry = NamedEntry(static_cast<UniqueId>(first_id + static_cast<UniqueId>(k)));
-    entry.name.reserve(name.size() + index.size());
-    entry.name.assign(name).append(index.text, index.size());
-    if (parent_id.has_value()) entry.parent = parent_id;
-    entry.offset = static_cast<uint16_t>(offset);
-    entry.reg_lo = reg++;
-    if (width >= 33) entry.reg_hi = reg++;
+    AssignJoined(entry.name, name, std::string_view(index.text, index.size()));
+    PlaceLeaf(entry, parent_id, offset, width, reg);
     offset += width;
   }
 }
