@@ -343,6 +343,33 @@ TEST(PackedArrayTest, LongArraysKeepBitOrderAcrossRuns) {
       "External storage not initialized");
 }
 
+// The elements' entries are found by id whatever the ids are: below zero, across zero, or far
+// apart so that they share the table's buckets. Numbered differently, an array gives the same
+// fields, patches and text.
+TEST(PackedArrayTest, FindsEntriesWhateverTheIds) {
+  const auto results = [](UniqueId first) {
+    PackedArray<150, 3> packed;
+    for (size_t i = 0; i < 150; ++i) packed.set(i, (i * 5) % 8);
+    Register(packed, first, "x", 4);
+    std::vector<FieldMetadata> fields;
+    packed.CollectFields(fields, false, 0);
+    std::vector<PatchMetadata> patches;
+    packed.CollectPatches(patches, 1, zu::optional<uint32_t>(), zu::optional<uint32_t>());
+    std::string text = Printed(packed);
+    for (const FieldMetadata& field : fields) {
+      text += field.name + " " + std::to_string(field.bit) + " " + std::to_string(field.reg) + "\n";
+    }
+    for (const PatchMetadata& patch : patches) {
+      text += std::to_string(patch.reg) + "=" + std::to_string(patch.value) + "\n";
+    }
+    return text;
+  };
+  const std::string expected = results(FreshIds(22));
+  EXPECT_EQ(results(static_cast<UniqueId>(-30000)), expected);
+  EXPECT_EQ(results(static_cast<UniqueId>(-70)), expected);
+  EXPECT_EQ(results(static_cast<UniqueId>(32600)), expected);
+}
+
 TEST(PackedArrayTest, WideElementsGiveTwoPatchesEach) {
   PackedArray<70, 40> packed;
   packed.set(0, (uint64_t{3} << 32) | 7);

@@ -208,13 +208,42 @@ inline ExternalStorage* Lookup(UniqueId id) {
   return found == BaseConstruct::external_storage_.end() ? nullptr : &found->second;
 }
 
+// Looks entries up in many ids in a row without the table's division per lookup. The table puts
+// an id in bucket id % bucket_count (an id hashes to itself); the finder takes that remainder by
+// two multiplications with a reciprocal made once (exact for numbers below 2^32), then takes the
+// bucket's first entry if it holds the id. Ids that share a bucket, ids without an entry and
+// negative ids go through the table's own lookup, so the answer is always the table's.
+class EntryFinder {
+ public:
+  EntryFinder()
+      : count_(BaseConstruct::external_storage_.bucket_count()),
+        reciprocal_(~uint64_t{0} / count_ + 1) {}
+
+  ExternalStorage* operator()(UniqueId id) const {
+    auto& table = BaseConstruct::external_storage_;
+    if (id >= 0 && count_ <= UINT32_MAX) [[likely]] {
+      const uint64_t low = reciprocal_ * static_cast<uint64_t>(id);
+      const auto bucket = static_cast<size_t>((static_cast<unsigned __int128>(low) * count_) >> 64);
+      const auto first = table.begin(bucket);
+      if (first != table.end(bucket) && first->first == id) [[likely]]
+        return &first->second;
+    }
+    return Lookup(id);
+  }
+
+ private:
+  size_t count_;
+  uint64_t reciprocal_;
+};
+
 // The entries of the `count` (at most kRun) ids from `first` on, each `step` (1 or -1) from the
 // last, in one tight loop: the lookups are independent, so the processor runs them side by side.
-// An id without an entry gives null. The table's lookup is compiled into the loop.
+// An id without an entry gives null.
 [[gnu::flatten]] void LookUpRun(UniqueId first, int step, size_t count,
                                 const ExternalStorage** entries) {
+  const EntryFinder find;
   for (size_t k = 0; k < count; ++k) {
-    entries[k] = Lookup(static_cast<UniqueId>(first + step * static_cast<int>(k)));
+    entries[k] = find(static_cast<UniqueId>(first + step * static_cast<int>(k)));
   }
 }
 
@@ -553,9 +582,10 @@ struct PatchRule {
   const size_t start = out.size();
   out.resize(start + per_leaf * count);
   PatchMetadata* patch = out.data() + start;
+  const EntryFinder find;
   for (size_t k = 0; k < count; ++k) {
     const UniqueId id = static_cast<UniqueId>(first_id + static_cast<UniqueId>(k));
-    const ExternalStorage* entry = Lookup(id);
+    const ExternalStorage* entry = find(id);
     if (entry == nullptr) [[unlikely]] {
       // What came before the leaf without an entry stays; its failure ends the operation.
       const size_t at = static_cast<size_t>(patch - out.data());
