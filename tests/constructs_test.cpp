@@ -2,7 +2,9 @@
 // record rules, on small hand-written constructs.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstdint>
+#include <cstdio>
 #include <random>
 #include <string>
 #include <vector>
@@ -52,11 +54,40 @@ class Sample final : public Record<Sample, TestGeneration> {
   }
 };
 
+// Seventy leaf fields in a row, more than a record prints in one step; field 40's name is longer
+// than a printed line holds.
+class ManyLeaves final : public Record<ManyLeaves, TestGeneration> {
+ public:
+  static constexpr size_t kSizeInBits = 2 * 70;
+  static constexpr size_t kFieldCount = 70;
+  static constexpr int kUniqueIds = 71;
+  static constexpr char kLongName[] =
+      "a_field_name_far_longer_than_any_record_of_the_chips_has_it_ever_needed_to_have";
+  std::array<BitsInteger<2>, 70> leaves;
+  static const char* NameOf(size_t i) {
+    // "f0" to "f69".
+    static constexpr auto kNames = [] {
+      std::array<std::array<char, 4>, 70> made{};
+      for (size_t k = 0; k < made.size(); ++k) {
+        made[k] = {'f', static_cast<char>(k < 10 ? '0' + k : '0' + k / 10),
+                   static_cast<char>(k < 10 ? 0 : '0' + k % 10), 0};
+      }
+      return made;
+    }();
+    return i == 40 ? kLongName : kNames[i].data();
+  }
+  template <class Self, class Visit>
+  static void Fields(Self& self, Visit&& visit) {
+    for (size_t i = 0; i < kFieldCount; ++i) visit(NameOf(i), self.leaves[i]);
+  }
+};
+
 }  // namespace zu::spec::testing_records
 
 namespace zu::spec {
 namespace {
 
+using testing_records::ManyLeaves;
 using testing_records::Nibble;
 using testing_records::Sample;
 
@@ -546,6 +577,24 @@ TEST(RecordTest, PrintsNestedText) {
     }
     EXPECT_EQ(deep, expected) << "depth " << depth;
   }
+}
+
+// A record prints its leaf fields several at a time: the lines come out whole and in order
+// across those steps, and a name too long for a line still prints in full.
+TEST(RecordTest, PrintsManyLeavesInOrder) {
+  ManyLeaves many;
+  for (size_t i = 0; i < 70; ++i) many.leaves[i] = i % 4;
+  Register(many, FreshIds(9), "many", 0);
+  std::string expected = "{\n";
+  for (size_t i = 0; i < 70; ++i) {
+    char offset[8];
+    std::snprintf(offset, sizeof offset, "%04zx", 2 * i);
+    expected.append("  ").append(ManyLeaves::NameOf(i)).append(" = [0x").append(offset);
+    expected.append(":").append(std::to_string(i)).append("]/2 0x");
+    expected.append(std::to_string(i % 4)).append("\n");
+  }
+  expected += "}\n";
+  EXPECT_EQ(Printed(many), expected);
 }
 
 TEST(RecordTest, ALookupThatFailsLeavesAnEmptyEntryBehind) {

@@ -450,24 +450,31 @@ void AppendFields(std::vector<FieldMetadata>& out, const ExternalStorage& entry,
 
 }  // namespace
 
-[[gnu::flatten]] void BaseConstruct::AppendLeafText(std::string* out,
-                                                    const zu::optional<UniqueId>& id, size_t width,
-                                                    uint64_t value, std::string_view name,
-                                                    size_t blanks) {
-  LineBuffer line;
-  if (!name.empty()) {
-    // A longest leaf text (54 characters) must still fit behind the head.
-    if (blanks > TextWriter::kMostBlanks || blanks + name.size() + 3 + 54 > TextWriter::kLine) {
-      out->append(blanks, ' ').append(name).append(" = ");
-    } else {
-      line.writer.PutBlanks(blanks);
-      line.writer.Put(name);
-      line.writer.Put(" = ");
+[[gnu::flatten]] void BaseConstruct::AppendLeavesText(std::string* out, const LeafLine* leaves,
+                                                      size_t count, size_t blanks) {
+  const EntryFinder find;
+  char text[constructs_internal::kRun * TextWriter::kLine + TextWriter::kSlack];
+  TextWriter line{text};
+  for (size_t k = 0; k < count; ++k) {
+    const LeafLine& leaf = leaves[k];
+    if (leaf.name != nullptr) {
+      const std::string_view name(leaf.name);
+      // A longest leaf text (54 characters) must still fit behind the head.
+      if (blanks > TextWriter::kMostBlanks || blanks + name.size() + 3 + 54 > TextWriter::kLine) {
+        out->append(text, static_cast<size_t>(line.at - text));
+        line.at = text;
+        out->append(blanks, ' ').append(name).append(" = ");
+      } else {
+        line.PutBlanks(blanks);
+        line.Put(name);
+        line.Put(" = ");
+      }
     }
+    const zu::optional<UniqueId>& id = *leaf.id;
+    line.at = PutLeaf(line.at, PrintedEntry(id, id.has_value() ? find(*id) : nullptr), leaf.width,
+                      PlaceEnd(leaf.width), leaf.value);
   }
-  line.writer.at = PutLeaf(line.writer.at, PrintedEntry(id, id.has_value() ? Lookup(*id) : nullptr),
-                           width, PlaceEnd(width), value);
-  out->append(line.text, line.size());
+  out->append(text, static_cast<size_t>(line.at - text));
 }
 
 void BaseConstruct::AppendElementsText(std::string* out, size_t blanks, size_t first_index,
@@ -678,11 +685,9 @@ uint64_t BitsIntegerBase::ParseImpl(const std::string& bits, size_t* pos) const 
   return value;
 }
 
-void BitsIntegerBase::ToStringImpl(std::string* out) const { AppendTextOf(SizeInBits(), out); }
-
-void BitsIntegerBase::AppendTextOf(size_t width, std::string* out, std::string_view name,
-                                   size_t blanks) const {
-  AppendLeafText(out, unique_id_, width, ToNumber(), name, blanks);
+void BitsIntegerBase::ToStringImpl(std::string* out) const {
+  const LeafLine line = LineOf(SizeInBits());
+  AppendLeavesText(out, &line, 1, 0);
 }
 
 void BitsIntegerBase::range_check(size_t offset, size_t size) const {

@@ -195,10 +195,19 @@ class BaseConstruct {
   //
   // The entry of `id`, which must exist ("External storage not initialized").
   static ExternalStorage& StoredEntryOf(UniqueId id, const zu::SourceLocation& location);
-  // The leaf's line: "[0x012c:7-8]/40 0x1234", or "[0x0000]/0 0xa" without an id or an entry;
-  // with a `name`, a record's line of the leaf, "<blanks><name> = " and the leaf's line.
-  static void AppendLeafText(std::string* out, const zu::optional<UniqueId>& id, size_t width,
-                             uint64_t value, std::string_view name = {}, size_t blanks = 0);
+  // A leaf to print: its id, width and value, and its name in a record's print (null for a leaf
+  // printed alone). Trivial, so that an array of them costs nothing until filled.
+  struct LeafLine {
+    const zu::optional<UniqueId>* id;
+    size_t width;
+    uint64_t value;
+    const char* name;
+  };
+  // The lines of `count` (at most kRun) leaves, in one append: "[0x012c:7-8]/40 0x1234", or
+  // "[0x0000]/0 0xa" without an id or an entry; for a leaf with a name, a record's line of the
+  // leaf, "<blanks><name> = " and the leaf's line.
+  static void AppendLeavesText(std::string* out, const LeafLine* leaves, size_t count,
+                               size_t blanks);
   // The lines of `count` elements of an array's print, element `first_index` first: `blanks`,
   // "<index>: " and the leaf's text of `values[k]`. Without `first_id` the elements have no ids;
   // with it, the ids fall by one per element from `first_id`.
@@ -274,8 +283,9 @@ class BitsIntegerBase : public BaseConstruct {
   friend class RecordBase;
   // The work of ToString, CollectFields and CollectPatches for a caller that knows the leaf's
   // width: a record, for its leaf fields, without the virtual calls of the general operations.
-  void AppendTextOf(size_t width, std::string* out, std::string_view name = {},
-                    size_t blanks = 0) const;
+  LeafLine LineOf(size_t width, const char* name = nullptr) const {
+    return {&unique_id_, width, ToNumber(), name};
+  }
   void AppendFieldsOf(size_t width, std::vector<FieldMetadata>& out, bool flag, int32_t base) const;
   void AppendPatchesOf(size_t width, std::vector<PatchMetadata>& out, uint32_t id,
                        const zu::optional<uint32_t>& base,

@@ -8,16 +8,25 @@ void RecordBase::ToStringOf(FieldList fields, int unique_ids, size_t indent, std
   if (indent == 0) constructs_internal::ReserveMore(*out, 40 * static_cast<size_t>(unique_ids));
   out->append("{\n");
   const size_t blanks = 2 * indent + 2;
-  for (const RecordField& field : fields) {
-    if (field.leaf_width != 0) {
-      // A leaf's whole line, "<blanks><name> = <leaf's text>", in one step.
-      static_cast<const BitsIntegerBase*>(field.construct)
-          ->AppendTextOf(static_cast<size_t>(field.leaf_width), out, field.name, blanks);
+  for (size_t i = 0; i < fields.size();) {
+    const RecordField& field = fields[i];
+    if (field.leaf_width == 0) {
+      // "<blanks><name> = " in one step.
+      out->append(blanks, ' ').append(field.name).append(" = ");
+      field.construct->ToString(indent + 1, out);
+      ++i;
       continue;
     }
-    // "<blanks><name> = " in one step.
-    out->append(blanks, ' ').append(field.name).append(" = ");
-    field.construct->ToString(indent + 1, out);
+    // Leaf fields one after another: their whole lines, "<blanks><name> = <leaf's text>", in one
+    // step.
+    BaseConstruct::LeafLine leaves[constructs_internal::kRun];
+    size_t count = 0;
+    for (; i < fields.size() && fields[i].leaf_width != 0 && count < constructs_internal::kRun;
+         ++i) {
+      leaves[count++] = static_cast<const BitsIntegerBase*>(fields[i].construct)
+                            ->LineOf(static_cast<size_t>(fields[i].leaf_width), fields[i].name);
+    }
+    AppendLeavesText(out, leaves, count, blanks);
   }
   out->append(2 * indent, ' ').append("}\n");
 }
