@@ -215,8 +215,9 @@ inline ExternalStorage* Lookup(UniqueId id) {
 // negative ids go through the table's own lookup, so the answer is always the table's.
 class EntryFinder {
  public:
-  EntryFinder()
-      : count_(BaseConstruct::external_storage_.bucket_count()),
+  // A finder made not `needed` reads nothing of the table and must not be asked.
+  explicit EntryFinder(bool needed = true)
+      : count_(needed ? BaseConstruct::external_storage_.bucket_count() : 1),
         reciprocal_(~uint64_t{0} / count_ + 1) {}
 
   ExternalStorage* operator()(UniqueId id) const {
@@ -452,7 +453,9 @@ void AppendFields(std::vector<FieldMetadata>& out, const ExternalStorage& entry,
 
 [[gnu::flatten]] void BaseConstruct::AppendLeavesText(std::string* out, const LeafLine* leaves,
                                                       size_t count, size_t blanks) {
-  const EntryFinder find;
+  // Leaves without ids never read the table: records printed unregistered share nothing.
+  const EntryFinder find(std::any_of(leaves, leaves + count,
+                                     [](const LeafLine& leaf) { return leaf.id->has_value(); }));
   char text[constructs_internal::kRun * TextWriter::kLine + TextWriter::kSlack];
   TextWriter line{text};
   for (size_t k = 0; k < count; ++k) {
