@@ -18,7 +18,6 @@
 #include <cstring>
 #include <functional>
 #include <string>
-#include <string_view>
 #include <type_traits>
 #include <unordered_map>
 #include <utility>
@@ -281,8 +280,9 @@ class BitsIntegerBase : public BaseConstruct {
 
  private:
   friend class RecordBase;
-  // The work of ToString, CollectFields and CollectPatches for a caller that knows the leaf's
-  // width: a record, for its leaf fields, without the virtual calls of the general operations.
+  // What a caller that knows the leaf's width (a record, for its leaf fields) needs to print,
+  // collect the fields of and collect the patches of the leaf, without the virtual calls of the
+  // general operations: the leaf's line as the print takes it, named `name` in the record.
   LeafLine LineOf(size_t width, const char* name = nullptr) const {
     return {&unique_id_, width, ToNumber(), name};
   }
