@@ -108,9 +108,9 @@ const std::unordered_map<std::string_view, size_t>& Index() {
   return index;
 }
 
-// The place of a generation among those with answers, which is its character in `answered`;
-// -1 for a generation without answers.
-int Column(const zu::spec::ArchVersion& version) {
+}  // namespace
+
+int AnswerColumn(const zu::spec::ArchVersion& version) {
   const zu::spec::GenerationRow* generation = FindGeneration(version);
   int column = 0;
   for (const zu::spec::GenerationRow& row : zu::spec::GenerationTable()) {
@@ -120,8 +120,6 @@ int Column(const zu::spec::ArchVersion& version) {
   }
   return -1;
 }
-
-}  // namespace
 
 const char* KindName(AccessorKind kind) {
   switch (kind) {
@@ -158,7 +156,7 @@ bool IsAnswered(const Accessor& accessor, const zu::spec::ArchVersion& version) 
   if (accessor.kind == AccessorKind::kFeature || accessor.kind == AccessorKind::kConstraint) {
     return true;
   }
-  const int column = Column(version);
+  const int column = AnswerColumn(version);
   return column >= 0 && accessor.answered[column] == '1';
 }
 
@@ -231,8 +229,9 @@ NamedValue ResolveEnumerantOf(std::string_view name, const zu::spec::ArchVersion
 }
 
 NameResolver EnumerantResolver(const zu::spec::ArchVersion& version, const Answers& answers) {
-  return
-      [version, answers](std::string_view name) { return LookUpEnumerant(name, version, answers); };
+  return [version, answers](std::string_view name, size_t) {
+    return LookUpEnumerant(name, version, answers);
+  };
 }
 
 NameResolver EnumerantResolver() {

@@ -64,6 +64,10 @@ const Accessor* FindAccessor(std::string_view name);
 // The accessor most like `name`, among those of `kind` only if `kind_only` is set.
 std::string NearestAccessor(std::string_view name, const AccessorKind* kind_only = nullptr);
 
+// The place of the generation that serves `version` among the generations with answers, which is
+// its character in `Accessor::answered`; -1 for a generation without answers.
+int AnswerColumn(const zu::spec::ArchVersion& version);
+
 // Whether `version` answers `accessor`. Features and constraints always answer: they have defaults.
 bool IsAnswered(const Accessor& accessor, const zu::spec::ArchVersion& version);
 

@@ -26,15 +26,13 @@ std::vector<LeafChange> CompareConfigurations(const std::vector<uint64_t>& a,
 }
 
 std::string WriteDelta(const Layout& layout, const std::vector<LeafChange>& changes,
-                       const std::vector<std::string>& header) {
+                       const std::vector<std::string>& header, const Naming* names) {
   std::string out;
   for (const std::string& line : header) out += "# " + line + "\n";
   for (const LeafChange& change : changes) {
-    if (change.leaf >= layout.leaves().size()) continue;
-    out += layout.leaves()[change.leaf].path;
-    out += " = ";
-    out += Hex(change.to);
-    out += "\n";
+    if (change.leaf < layout.leaves().size()) {
+      AppendListingLine(out, layout, change.leaf, change.to, names);
+    }
   }
   return out;
 }

@@ -30,8 +30,9 @@ std::vector<LeafChange> CompareConfigurations(const std::vector<uint64_t>& a,
 
 // The listing that, applied as a change to the first configuration, gives the second: each
 // changed leaf with its new value (zero included), in bit order, after the comment lines of
-// `header`.
+// `header`; values by name with `names`, as WriteSparse writes them.
 std::string WriteDelta(const Layout& layout, const std::vector<LeafChange>& changes,
-                       const std::vector<std::string>& header = {});
+                       const std::vector<std::string>& header = {},
+                       const Naming* names = nullptr);
 
 }  // namespace archspec

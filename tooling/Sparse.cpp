@@ -4,6 +4,8 @@
 #include <cctype>
 #include <exception>
 
+#include "Names.h"
+
 namespace archspec {
 namespace {
 
@@ -124,7 +126,7 @@ class Reader {
         return Fail(line, "no enumerant names are known here, found " + EchoText(value_text) +
                               " for " + leaf.path);
       }
-      NamedValue named = names_(value_text);
+      NamedValue named = names_(value_text, *leaf_index);
       if (!named.value.has_value()) {
         std::string message = leaf.path + " = " + EchoText(value_text) + ": " + named.error;
         if (named.nearest && TakeHint()) {
@@ -285,18 +287,26 @@ std::optional<Diagnostic> CheckListingHeader(const std::optional<ListingHeader>&
 }
 
 std::string WriteSparse(const Layout& layout, const std::vector<uint64_t>& values,
-                        const std::vector<std::string>& header, bool all) {
+                        const std::vector<std::string>& header, bool all, const Naming* names) {
   std::string out;
   for (const std::string& line : header) out += "# " + line + "\n";
   const std::vector<Leaf>& leaves = layout.leaves();
   for (size_t i = 0; i < leaves.size() && i < values.size(); ++i) {
-    if (values[i] == 0 && !all) continue;
-    out += leaves[i].path;
-    out += " = ";
-    out += Hex(values[i]);
-    out += "\n";
+    if (values[i] != 0 || all) AppendListingLine(out, layout, i, values[i], names);
   }
   return out;
+}
+
+void AppendListingLine(std::string& out, const Layout& layout, size_t leaf, uint64_t value,
+                       const Naming* names) {
+  out += layout.leaves()[leaf].path;
+  out += " = ";
+  if (names == nullptr) {
+    out += Hex(value);
+  } else {
+    names->AppendValue(out, leaf, value);
+  }
+  out += "\n";
 }
 
 }  // namespace archspec

@@ -44,7 +44,11 @@ struct NamedValue {
   // first few unknown names (ReportLimits::max_hints) and adds "; did you mean X?" to `error`.
   std::function<std::string()> nearest = nullptr;
 };
-using NameResolver = std::function<NamedValue(std::string_view name)>;
+// Resolves a name written as the value of the leaf with index `leaf` in the layout, so that a
+// resolver that knows the leaves' types can refuse a name of another type.
+using NameResolver = std::function<NamedValue(std::string_view name, size_t leaf)>;
+
+class Naming;
 
 // What a listing's header says it was written for.
 struct ListingHeader {
@@ -70,9 +74,16 @@ SparseResult ReadSparse(std::string_view text, const Layout& layout, const NameR
                         size_t max_errors = ReportLimits{}.max_errors) noexcept;
 
 // The canonical listing of `values` (one per leaf of `layout`), after the comment lines of
-// `header` (each written as "# line"). With `all`, zero leaves are written too.
+// `header` (each written as "# line"). With `all`, zero leaves are written too. With `names`
+// (the Naming of the same layout), a typed leaf's value is written by name where it has one, as
+// Naming::AppendValue says; without, every value is written in hexadecimal.
 std::string WriteSparse(const Layout& layout, const std::vector<uint64_t>& values,
-                        const std::vector<std::string>& header = {}, bool all = false);
+                        const std::vector<std::string>& header = {}, bool all = false,
+                        const Naming* names = nullptr);
+
+// One line of a listing, "path = value\n", the value written as WriteSparse writes it.
+void AppendListingLine(std::string& out, const Layout& layout, size_t leaf, uint64_t value,
+                       const Naming* names);
 
 // "0x1f": the one value format of the written listing, and of values in JSON.
 std::string Hex(uint64_t value);

@@ -1,0 +1,321 @@
+#include "Names.h"
+
+#include <algorithm>
+#include <map>
+#include <mutex>
+#include <tuple>
+
+#include "FieldTypes.h"
+#include "Nearest.h"
+#include "Tile.h"
+#include "compiler/arch_spec/gen/GenerationTable.h"
+
+namespace archspec {
+namespace {
+
+bool EndsWith(std::string_view s, std::string_view end) {
+  return s.size() >= end.size() && s.substr(s.size() - end.size()) == end;
+}
+
+// Markers name the ends of a range of signals ("udc_gtz_base", "udc_gtz_end") and share their
+// codes with the signals at those ends: a signal's own name reads better.
+bool IsMarker(std::string_view name) { return EndsWith(name, "_base") || EndsWith(name, "_end"); }
+
+// "a stage_opcode_t", "an alu_format_enum_t".
+std::string WithArticle(std::string_view type) {
+  const bool vowel = !type.empty() && std::string_view("aeiou").find(type[0]) != std::string::npos;
+  return (vowel ? "an " : "a ") + std::string(type);
+}
+
+std::string JoinNames(const std::vector<std::string_view>& names) {
+  std::string out;
+  for (std::string_view name : names) {
+    if (!out.empty()) out += ", ";
+    out += name;
+  }
+  return out;
+}
+
+// The accessors whose codes are inferred, with their marks per generation.
+const std::unordered_map<std::string_view, const char*>& InferredMarks() {
+  static const std::unordered_map<std::string_view, const char*> marks = [] {
+    std::unordered_map<std::string_view, const char*> out;
+    for (const InferredCodeRow& row : InferredCodeRows()) out.emplace(row.accessor, row.marks);
+    return out;
+  }();
+  return marks;
+}
+
+}  // namespace
+
+std::string_view FieldName(std::string_view path) {
+  const size_t dot = path.rfind('.');
+  if (dot != std::string_view::npos) path.remove_prefix(dot + 1);
+  return path.substr(0, path.find('['));
+}
+
+std::string PathTemplate(std::string_view path) {
+  std::string out;
+  out.reserve(path.size());
+  bool in_index = false;
+  for (char c : path) {
+    if (c == '[') in_index = true;
+    if (c == ']') in_index = false;
+    if (!in_index || c == '[') out += c;
+  }
+  return out;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Enumeration
+
+Enumeration::Enumeration(std::string_view name, std::string_view kind, std::vector<EnumName> names)
+    : name_(name), kind_(kind), names_(std::move(names)) {
+  // Stable: names of one code keep the interface's order after the rule's first two keys.
+  std::stable_sort(names_.begin(), names_.end(), [](const EnumName& a, const EnumName& b) {
+    return std::make_tuple(a.code, IsMarker(a.name), a.inferred) <
+           std::make_tuple(b.code, IsMarker(b.name), b.inferred);
+  });
+  for (size_t i = 0; i < names_.size();) {
+    size_t end = i + 1;
+    while (end < names_.size() && names_[end].code == names_[i].code) ++end;
+    by_code_.emplace(names_[i].code, std::make_pair(i, end));
+    i = end;
+  }
+}
+
+std::span<const EnumName> Enumeration::NamesOf(uint64_t code) const {
+  const auto it = by_code_.find(code);
+  if (it == by_code_.end()) return {};
+  return std::span<const EnumName>(names_).subspan(it->second.first,
+                                                   it->second.second - it->second.first);
+}
+
+std::vector<EnumName> Enumeration::NearestByCode(uint64_t code, size_t count) const {
+  std::vector<const EnumName*> order;
+  for (const EnumName& name : names_) {
+    if (NamesOf(name.code).data() == &name) order.push_back(&name);  // one name per code
+  }
+  const auto distance = [code](const EnumName* n) {
+    return n->code > code ? n->code - code : code - n->code;
+  };
+  std::stable_sort(order.begin(), order.end(), [&](const EnumName* a, const EnumName* b) {
+    return distance(a) < distance(b);
+  });
+  std::vector<EnumName> out;
+  for (size_t i = 0; i < order.size() && i < count; ++i) out.push_back(*order[i]);
+  return out;
+}
+
+std::vector<std::string_view> Enumeration::NearestByName(std::string_view name,
+                                                         size_t count) const {
+  std::vector<std::pair<size_t, std::string_view>> scored;
+  scored.reserve(names_.size());
+  for (const EnumName& candidate : names_) {
+    scored.emplace_back(EditDistance(name, candidate.name), candidate.name);
+  }
+  std::stable_sort(scored.begin(), scored.end(),
+                   [](const auto& a, const auto& b) { return a.first < b.first; });
+  std::vector<std::string_view> out;
+  for (size_t i = 0; i < scored.size() && i < count; ++i) out.push_back(scored[i].second);
+  return out;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Enumerations
+
+Enumerations::Enumerations(const zu::spec::GenerationRow& row)
+    : version_(row.version), owned_(row) {
+  const int column = AnswerColumn(version_);
+  const Answers answers = owned_.answers();
+  std::unordered_map<std::string_view, std::vector<EnumName>> found;
+  for (const Accessor& accessor : AllAccessors()) {
+    if (accessor.kind != AccessorKind::kEnum || !IsAnswered(accessor, version_)) continue;
+    EnumName name;
+    name.name = accessor.name;
+    name.code = ReadAccessor(accessor, answers).get<uint64_t>();
+    const auto marks = InferredMarks().find(accessor.name);
+    name.inferred = marks != InferredMarks().end() && column >= 0 && marks->second[column] == 'i';
+    found[accessor.type].push_back(name);
+  }
+  for (const EnumTypeRow& type : EnumTypeRows()) {
+    auto names = found.find(type.name);
+    if (names == found.end()) continue;
+    index_.emplace(type.name, types_.size());
+    types_.emplace_back(type.name, type.kind, std::move(names->second));
+  }
+}
+
+const Enumerations* Enumerations::Of(const zu::spec::ArchVersion& version) {
+  static std::mutex mutex;
+  static std::map<const zu::spec::GenerationRow*, std::unique_ptr<Enumerations>> made;
+  const zu::spec::GenerationRow* row = FindGeneration(version);
+  if (row == nullptr || !row->has_answers()) return nullptr;
+  const std::lock_guard<std::mutex> lock(mutex);
+  std::unique_ptr<Enumerations>& entry = made[row];
+  if (entry == nullptr) entry = std::make_unique<Enumerations>(*row);
+  return entry.get();
+}
+
+const Enumeration* Enumerations::Find(std::string_view type) const {
+  const auto it = index_.find(type);
+  return it == index_.end() ? nullptr : &types_[it->second];
+}
+
+// ---------------------------------------------------------------------------------------------
+// Naming
+
+Naming::Naming(const TileRecord& record, const Enumerations& enumerations)
+    : layout_(&record.layout()),
+      enumerations_(&enumerations),
+      generation_(record.version().to_product_name_string()) {
+  std::unordered_map<std::string_view, const Enumeration*> by_template;
+  const std::string_view ns = record.record_class().ns;
+  const std::string_view tile = record.tile().name;
+  for (const FieldTypeRow& row : FieldTypeRows()) {
+    if (row.ns == ns && row.tile == tile) by_template.emplace(row.path, enumerations.Find(row.type));
+  }
+  const std::vector<Leaf>& leaves = layout_->leaves();
+  types_.assign(leaves.size(), nullptr);
+  if (by_template.empty()) return;
+  for (size_t i = 0; i < leaves.size(); ++i) {
+    const auto it = by_template.find(PathTemplate(leaves[i].path));
+    if (it != by_template.end()) types_[i] = it->second;
+  }
+}
+
+const Naming* Naming::Of(const TileRecord& record) {
+  static std::mutex mutex;
+  static std::map<std::pair<const zu::spec::GenerationRow*, const RecordClass*>,
+                  std::unique_ptr<Naming>>
+      made;
+  const Enumerations* enumerations = Enumerations::Of(record.version());
+  if (enumerations == nullptr) return nullptr;
+  const std::lock_guard<std::mutex> lock(mutex);
+  std::unique_ptr<Naming>& entry =
+      made[{FindGeneration(record.version()), &record.record_class()}];
+  if (entry == nullptr) entry = std::make_unique<Naming>(record, *enumerations);
+  return entry.get();
+}
+
+std::span<const EnumName> Naming::NamesOf(size_t leaf, uint64_t value) const {
+  const Enumeration* type = types_[leaf];
+  return type == nullptr ? std::span<const EnumName>() : type->NamesOf(value);
+}
+
+void Naming::AppendValue(std::string& out, size_t leaf, uint64_t value) const {
+  const Enumeration* type = types_[leaf];
+  if (type == nullptr) {
+    out += Hex(value);
+    return;
+  }
+  const std::span<const EnumName> names = type->NamesOf(value);
+  if (names.empty()) {
+    out += Hex(value);
+    if (value != 0) {
+      out += "  # not a code of ";
+      out += type->name();
+      out += " on " + generation_;
+    }
+    return;
+  }
+  out += names[0].name;
+  const char* separator = "  # ";
+  if (names[0].inferred) {
+    out += separator;
+    out += "inferred code " + Hex(value);
+    separator = "; ";
+  }
+  if (names.size() > 1) {
+    out += separator;
+    out += "also ";
+    for (size_t i = 1; i < names.size(); ++i) {
+      if (i > 1) out += ", ";
+      out += names[i].name;
+    }
+  }
+}
+
+std::string Naming::ValueText(size_t leaf, uint64_t value) const {
+  const std::span<const EnumName> names = NamesOf(leaf, value);
+  return names.empty() ? Hex(value) : std::string(names[0].name);
+}
+
+NamedValue Naming::Resolve(size_t leaf, std::string_view name) const {
+  NamedValue out = EnumerantResolver(enumerations_->version(), enumerations_->answers())(name, leaf);
+  const Enumeration* type = types_[leaf];
+  if (!out.value.has_value() || type == nullptr) return out;
+  const Accessor* accessor = FindAccessor(name);
+  if (accessor != nullptr && type->name() == accessor->type) return out;
+  out.value.reset();
+  out.error = std::string(FieldName(layout_->leaves()[leaf].path)) + " takes " +
+              std::string(type->name()) + "; " + EchoText(name) + " is " +
+              WithArticle(accessor == nullptr ? "" : accessor->type) + "; names of " +
+              std::string(type->name()) + " like it: " + JoinNames(type->NearestByName(name));
+  return out;
+}
+
+NameResolver Naming::Resolver() const {
+  return [this](std::string_view name, size_t leaf) { return Resolve(leaf, name); };
+}
+
+std::vector<Finding> Naming::Check(const std::vector<uint64_t>& values) const {
+  std::vector<Finding> out;
+  for (size_t i = 0; i < types_.size() && i < values.size(); ++i) {
+    if (types_[i] == nullptr || values[i] == 0 || !types_[i]->NamesOf(values[i]).empty()) continue;
+    out.push_back({i, values[i], types_[i], types_[i]->NearestByCode(values[i])});
+  }
+  return out;
+}
+
+std::string Naming::FindingText(const Finding& finding) const {
+  const Leaf& leaf = layout_->leaves()[finding.leaf];
+  std::string out = leaf.path + " (bits " + std::to_string(leaf.offset) + ".." +
+                    std::to_string(leaf.offset + leaf.width - 1) + ") = " + Hex(finding.value) +
+                    ": not a code of " + std::string(finding.type->name()) + " on " + generation_;
+  if (!finding.nearest.empty()) {
+    out += "; nearest: ";
+    for (size_t i = 0; i < finding.nearest.size(); ++i) {
+      if (i > 0) out += ", ";
+      out += finding.nearest[i].name;
+      out += " (" + Hex(finding.nearest[i].code) + ")";
+    }
+  }
+  return out;
+}
+
+std::string Naming::NameTree(std::string_view tree, const std::vector<uint64_t>& values) const {
+  // A leaf's line of the printed form ends in "[0x<offset>:<register>]/<width> 0x<value>".
+  std::string out;
+  out.reserve(tree.size() + tree.size() / 8);
+  while (!tree.empty()) {
+    const size_t end = tree.find('\n');
+    const std::string_view line = tree.substr(0, end);
+    out += line;
+    const size_t at = line.rfind("[0x");
+    const size_t colon = at == std::string_view::npos ? at : line.find(':', at);
+    if (colon != std::string_view::npos) {
+      const std::string_view digits = line.substr(at + 3, colon - at - 3);
+      const uint32_t offset = static_cast<uint32_t>(std::stoul(std::string(digits), nullptr, 16));
+      const std::optional<size_t> leaf = layout_->LeafAtBit(offset);
+      if (leaf.has_value() && types_[*leaf] != nullptr && *leaf < values.size()) {
+        const std::span<const EnumName> names = types_[*leaf]->NamesOf(values[*leaf]);
+        if (!names.empty()) {
+          out += " (";
+          out += names[0].name;
+          out += ")";
+        } else if (values[*leaf] != 0) {
+          out += " (not a code of ";
+          out += types_[*leaf]->name();
+          out += ")";
+        }
+      }
+    }
+    if (end == std::string_view::npos) break;
+    out += '\n';
+    tree.remove_prefix(end + 1);
+  }
+  return out;
+}
+
+}  // namespace archspec
