@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -20,6 +21,7 @@
 #include "BitText.h"
 #include "Diagnostic.h"
 #include "Layout.h"
+#include "Names.h"
 #include "Nearest.h"
 #include "Sparse.h"
 #include "Tile.h"
@@ -144,11 +146,40 @@ class Generation {
   OwnedAnswers answers_;
 };
 
+// "mk41, mk42, mk43 and mk44": the product names a generation may be asked by.
+std::string ProductNames() {
+  std::vector<std::string> names;
+  for (const GenerationRow& row : zu::spec::GenerationTable()) {
+    if (row.has_answers() && *row.product_name != '\0') names.emplace_back(row.product_name);
+  }
+  std::string out;
+  for (size_t i = 0; i < names.size(); ++i) {
+    if (i > 0) out += i + 1 == names.size() ? " and " : ", ";
+    out += names[i];
+  }
+  return out;
+}
+
+// The library's refusal of a generation's name, in Python's terms: the library speaks of the
+// tool's --arch. The name is shown as complaints echo input (a NUL, a control byte).
+std::string GenerationRefusal(const std::string& name) {
+  if (name.empty()) {
+    return "Can't determine target architecture version: the name is empty; the generations "
+           "are " + ProductNames();
+  }
+  if (name == "native") {
+    return "Architecture autodetection is not supported: name the generation, one of " +
+           ProductNames();
+  }
+  return "Invalid architecture version: \"" + EchoText(name) + "\"; the generations are " +
+         ProductNames();
+}
+
 std::shared_ptr<Generation> GenerationNamed(const std::string& name) {
   static std::map<const GenerationRow*, std::shared_ptr<Generation>> made;
   std::string error;
   const ArchVersion version = ArchVersion::expect_parse(name, error);
-  if (version.major == 0) throw py::value_error(error);  // the library's own words
+  if (version.major == 0) throw py::value_error(GenerationRefusal(name));
   const GenerationRow* row = FindGeneration(version);
   if (row == nullptr || !row->has_answers()) {
     throw py::value_error(GenerationLabel(version) + " has no answers");
@@ -182,21 +213,34 @@ TileRecord& SharedRecord(const Generation& generation, const TileType& tile) {
 }
 
 // Every complaint about an input, one a line, each naming its place as the tool does
-// ("listing:3: error: ...").
+// ("listing:3: error: ..."), in Python's terms where the tool's speak of its options.
 std::string Messages(std::string_view input, const std::vector<Diagnostic>& errors) {
+  static constexpr std::string_view kToolHint = "(a file of packed bytes needs --bytes)";
   std::string out;
   for (const Diagnostic& error : errors) {
     if (!out.empty()) out += "\n";
-    out += FormatDiagnostic(input, error);
+    std::string line = FormatDiagnostic(input, error);
+    if (const size_t at = line.find(kToolHint); at != std::string::npos) {
+      line.replace(at, kToolHint.size(), "(packed bytes are read by tile_from_bytes)");
+    }
+    out += line;
   }
   return out;
+}
+
+// The generation a tile is made for: a Generation, never None.
+std::shared_ptr<Generation> Checked(std::shared_ptr<Generation> generation) {
+  if (generation == nullptr) {
+    throw py::type_error("a tile needs a Generation, not None: use archspec.generation(name)");
+  }
+  return generation;
 }
 
 // One configuration of a tile: a value per leaf of its layout, in bit order.
 class Tile {
  public:
   Tile(std::shared_ptr<Generation> generation, const TileType& tile)
-      : generation_(std::move(generation)),
+      : generation_(Checked(std::move(generation))),
         tile_(tile),
         record_(&SharedRecord(*generation_, tile)),
         values_(record_->layout().leaves().size(), 0) {}
@@ -212,19 +256,29 @@ class Tile {
                          &ReadBitBytes);
   }
 
+  // A listing read for this tile, refused as the tool refuses it when its header names another
+  // generation or tile, unless `force`.
   static Tile FromSparse(std::shared_ptr<Generation> generation, const std::string& tile_name,
-                         const std::string& listing) {
+                         const std::string& listing, bool force) {
     Tile tile(std::move(generation), FindTile(tile_name));
     const Generation& g = *tile.generation_;
-    SparseResult read = ReadSparse(listing, tile.layout(), [&g](std::string_view name) {
-      return ResolveEnumerantOf(name, g.row().version, g.answers());
-    });
+    // Names are read as the tool reads them: a name of another type than its leaf's is refused.
+    SparseResult read = ReadSparse(listing, tile.layout(), tile.naming().Resolver());
+    if (!force) {
+      if (std::optional<Diagnostic> wrong =
+              CheckListingHeader(read.header, g.row().product_name, tile.tile_.name)) {
+        wrong->message += "; force=True reads it anyway";
+        throw py::value_error(Messages("listing", {*wrong}));
+      }
+    }
     if (!read.ok()) throw py::value_error(Messages("listing", read.errors));
     tile.values_ = std::move(read.values);
     return tile;
   }
 
   const Layout& layout() const { return record_->layout(); }
+  // The tile's leaves seen through their field types, on its generation.
+  const Naming& naming() const { return *Naming::Of(*record_); }
   const Generation& generation() const { return *generation_; }
   std::shared_ptr<Generation> generation_ptr() const { return generation_; }
   const TileType& tile() const { return tile_; }
@@ -243,7 +297,10 @@ class Tile {
     const Leaf& where = layout().leaves()[leaf];
     uint64_t number;
     if (py::isinstance<py::str>(value)) {
-      number = generation_->Code(value.cast<std::string>());
+      const std::string name = value.cast<std::string>();
+      number = generation_->Code(name);  // KeyError or NotAnswered for a name it does not answer
+      const NamedValue typed = naming().Resolve(leaf, name);
+      if (!typed.value.has_value()) throw py::value_error(path + " = " + typed.error);
     } else if (py::isinstance<py::int_>(value)) {
       const py::int_ integer = py::reinterpret_borrow<py::int_>(value);
       if (integer < py::int_(0)) {
@@ -268,10 +325,21 @@ class Tile {
   }
 
   // What a path that is not a leaf names: (is an array, elements, members), or None.
+  // What a path that is not a leaf names: (is an array, elements, members, offset, width), or
+  // None.
   py::object BranchOf(const std::string& path) const {
     const Branch* branch = layout().FindBranch(path);
     if (branch == nullptr) return py::none();
-    return py::make_tuple(branch->array, branch->elements, branch->members);
+    const Leaf& first = layout().leaves()[branch->first_leaf];
+    const Leaf& last = layout().leaves()[branch->last_leaf];
+    return py::make_tuple(branch->array, branch->elements, branch->members, first.offset,
+                          last.offset + last.width - first.offset);
+  }
+
+  // A leaf's (offset, width), or a KeyError.
+  py::tuple Span(const std::string& path) const {
+    const Leaf& leaf = layout().leaves()[LeafOf(path)];
+    return py::make_tuple(leaf.offset, leaf.width);
   }
 
   std::string ToBits() { return record_->WriteBits(values_); }
@@ -301,11 +369,13 @@ class Tile {
   }
 
   // The leaf that holds `bit`, which bit of its value that is, and which register word.
-  py::tuple Where(int64_t bit) const {
-    if (bit < 0 || bit >= static_cast<int64_t>(layout().bits())) {
-      throw py::index_error("bit " + std::to_string(bit) + " lies outside " + record_->Describe() +
-                            ", which has bits 0 to " + std::to_string(layout().bits() - 1));
+  py::tuple Where(const py::int_& position) const {
+    if (position < py::int_(0) || position >= py::int_(layout().bits())) {
+      throw py::index_error("bit " + EchoText(py::str(py::object(position)).cast<std::string>()) +
+                            " lies outside " + record_->Describe() + ", which has bits 0 to " +
+                            std::to_string(layout().bits() - 1));
     }
+    const int64_t bit = position.cast<int64_t>();
     const size_t index = *layout().LeafAtBit(static_cast<uint32_t>(bit));
     const Leaf& leaf = layout().leaves()[index];
     // The leaf's bits stand most significant first: its first bit is value bit width - 1.
@@ -372,6 +442,7 @@ class Tile {
 PYBIND11_MODULE(_core, m) {
   using namespace archspec;
   m.doc() = "The architecture library and its tooling layer; use the package archspec.";
+  m.attr("version") = ARCHSPEC_VERSION;
   py::register_exception<NotAnswered>(m, "NotAnswered", PyExc_LookupError);
 
   m.def("generations", [] {
@@ -408,7 +479,8 @@ PYBIND11_MODULE(_core, m) {
       }))
       .def_static("from_bits", &Tile::FromBits)
       .def_static("from_bytes", &Tile::FromBytes)
-      .def_static("from_sparse", &Tile::FromSparse)
+      .def_static("from_sparse", &Tile::FromSparse, py::arg("generation"), py::arg("tile"),
+                  py::arg("listing"), py::arg("force") = false)
       .def_property_readonly("generation", &Tile::generation_ptr)
       .def_property_readonly("tile", [](const Tile& t) { return t.tile().name; })
       .def_property_readonly("record", [](const Tile& t) { return t.layout().record(); })
@@ -417,6 +489,7 @@ PYBIND11_MODULE(_core, m) {
       .def("get", &Tile::Get)
       .def("set", &Tile::Set)
       .def("branch", &Tile::BranchOf)
+      .def("span", &Tile::Span)
       .def("to_bits", &Tile::ToBits)
       .def("to_bytes", &Tile::ToBytes)
       .def("to_sparse", &Tile::ToSparse)
