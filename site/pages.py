@@ -12,8 +12,9 @@ from facts import UNANSWERED
 SITE = "archspec reference"
 
 
-def frame(title, page, body):
-    """A whole page: the header with its links and the search box, then the body."""
+def frame(title, page, body, ns=""):
+    """A whole page: the header with its links and the search box, then the body. `ns` is the
+    records namespace the page belongs to, whose search results come first."""
     return f"""<!DOCTYPE html>
 <html lang="en">
 <head>
@@ -23,11 +24,12 @@ def frame(title, page, body):
 <link rel="stylesheet" href="site.css">
 <script src="site.js" defer></script>
 </head>
-<body data-page="{page}">
+<body data-page="{page}"{f' data-ns="{escape(ns)}"' if ns else ""}>
 <header>
 <a class="home" href="index.html">{SITE}</a>
 <nav><a href="index.html#tiles">Tiles</a><a href="index.html#constants">Constants</a>
-<a href="flags.html">Features and constraints</a><a href="changes.html">What changed</a></nav>
+<a href="flags.html">Features and constraints</a><a href="changes.html">What changed</a>
+<a href="decode.html">Decoder</a></nav>
 <div class="search"><input id="search" type="search" autocomplete="off" spellcheck="false"
 placeholder="Search accessors, field paths, records, types" aria-label="Search">
 <ol id="results" hidden></ol></div>
@@ -51,6 +53,21 @@ def value_text(value):
 
 def records_page_name(ns):
     return f"records-{ns}.html"
+
+
+# The unit or kind of a parameter, as the ending of its name says it.
+UNITS = (("_width", "bits"), ("_depth", "entries"), ("_latency", "cycles"),
+         ("bandwidth", "bytes per second"), ("cycle_time", "seconds"))
+
+
+def unit(name):
+    return next((u for ending, u in UNITS if name.endswith(ending)), "")
+
+
+def value_html(value):
+    """A value's text, free to break after the commas of a list or an object, so that a long
+    value folds in its cell instead of widening the page."""
+    return escape(value_text(value)).replace(",", ",<wbr>")
 
 
 def link(page, anchor, text):
@@ -77,22 +94,30 @@ def constant_cells(constant, columns):
         if constant.inferred.get(g.product) and value is not UNANSWERED:
             marks.append("inf")
         attribute = f' class="{" ".join(marks)}"' if marks else ""
-        cells.append(f"<td{attribute}>{escape(value_text(value))}</td>")
+        cells.append(f"<td{attribute}>{value_html(value)}</td>")
         before = value
     return "".join(cells)
 
 
-def constants_table(constants, columns, show_type=False):
-    head = "".join(f'<th title="{escape(g.version)}">{escape(g.product)} <small>'
+def constants_table(constants, columns, show_type=False, show_unit=False, sortable=False):
+    """A row per accessor, a column per generation. A sortable table sorts by name (its first
+    column) or by the codes of a generation (that generation's column) when the head is clicked;
+    it starts sorted by name."""
+    sort = (lambda key: f' data-sort="{key}"') if sortable else (lambda key: "")
+    head = "".join(f'<th title="{escape(g.version)}"{sort("code")}>{escape(g.product)} <small>'
                    f'{escape(g.code)}</small></th>' for g in columns)
     type_head = "<th>type</th>" if show_type else ""
+    unit_head = "<th>unit</th>" if show_unit else ""
     rows = []
-    for c in constants:
+    for c in sorted(constants, key=lambda c: c.name) if sortable else constants:
         type_cell = f"<td>{escape(c.type)}</td>" if show_type else ""
-        rows.append(f'<tr id="{escape(c.name)}"><th>{escape(c.name)}</th>{type_cell}'
+        unit_cell = f'<td class="unit">{escape(unit(c.name))}</td>' if show_unit else ""
+        rows.append(f'<tr id="{escape(c.name)}"><th>{escape(c.name)}</th>{type_cell}{unit_cell}'
                     f'{constant_cells(c, columns)}<td class="src">{escape(c.source)}</td></tr>')
-    return (f'<table class="constants"><thead><tr><th>accessor</th>{type_head}{head}'
-            f'<th>table row</th></tr></thead><tbody>{"".join(rows)}</tbody></table>')
+    name_sorted = ' aria-sort="ascending"' if sortable else ""
+    return (f'<table class="constants"><thead><tr><th{sort("name")}{name_sorted}>accessor</th>'
+            f'{type_head}{unit_head}{head}<th>table row</th></tr></thead>'
+            f'<tbody>{"".join(rows)}</tbody></table>')
 
 
 LEGEND = ('<p class="marks">Marks: <span class="na">—</span> not answered by the generation, '
@@ -110,7 +135,8 @@ def enum_type_section(t, columns):
     note = f" · {inferred} with inferred codes" if inferred else ""
     return (f'<section id="{escape(t.name)}"><h2>{escape(t.name)}</h2>'
             f'<p>{kind}{t.count} enumerants · answered: {answered}{note} · declared at '
-            f'{escape(t.source)}</p>{constants_table(t.members, columns)}</section>')
+            f'{escape(t.source)}</p>{constants_table(t.members, columns, sortable=True)}'
+            f'</section>')
 
 
 def enum_page(types, columns):
@@ -125,10 +151,10 @@ def enum_page(types, columns):
     return frame(title, types[0].page, f"<h1>{escape(title)}</h1>{LEGEND}{toc}{sections}")
 
 
-def kind_page(title, page, constants, columns, lead):
+def kind_page(title, page, constants, columns, lead, show_unit=False):
     """Parameters or containers: every accessor of the kind, one column per generation."""
     return frame(title, page, f'<h1>{escape(title)}</h1><p class="lead">{lead}</p>{LEGEND}'
-                 f'{constants_table(constants, columns, show_type=True)}')
+                 f'{constants_table(constants, columns, show_type=True, show_unit=show_unit)}')
 
 
 def flags_page(flags, columns):
@@ -193,8 +219,9 @@ def records_page(ns, records, layouts, instances):
         first = next(((t, instances[t.page][r.name]) for t in layouts
                       if r.name in instances[t.page]), None)
         if first:
-            where.append(f"first instance {link(first[0].page, first[1], first[1])} "
-                         f"({escape(first[0].title)})")
+            path = escape(first[1]).replace(".", ".<wbr>")  # a long path breaks after a dot
+            where.append(f'first instance <a href="{first[0].page}#{escape(first[1])}">{path}</a> '
+                         f'({escape(first[0].title)})')
         sections.append(
             f'<section id="{escape(r.name)}"><h2>{escape(r.name)}</h2><p>{r.bits} bits in '
             f'{len(r.fields)} fields · declared at {escape(r.source)} · {" · ".join(where)}</p>'
@@ -204,7 +231,7 @@ def records_page(ns, records, layouts, instances):
                  f'<h1>Records of {escape(ns)}</h1><p class="lead">The {len(records)} records '
                  f'of the {escape(ns)} namespace, for {escape(serves)}; the tiles\' records '
                  f'first. Fields follow one another in this order in the bit string.</p>'
-                 f'<ul class="toc">{toc}</ul>{"".join(sections)}')
+                 f'<ul class="toc">{toc}</ul>{"".join(sections)}', ns)
 
 
 # Home --------------------------------------------------------------------------------------------

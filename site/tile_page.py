@@ -14,12 +14,13 @@ import record_tables
 from pages import form_html
 
 BITS_PER_ROW = 64
-BIT = 12  # width of one bit in the map, in SVG units
-PITCH = 16  # height of one row of bits
-BOX = 14  # height of a leaf's box
+BIT = 12  # width of one bit in the map, in pixels: the map is drawn at its own size
+PITCH = 18  # height of one row of bits
+BOX = 16  # height of a leaf's box
 GUTTER = 44  # room left of the rows for their first bit's offset
-CHAR = 5.6  # width of one character of a label
-HUES = 12  # colours of the records, repeated
+CHAR = 6.1  # width of one character of a label (10 px monospace)
+RULER_STEP = 4  # the ruler above the map numbers every fourth bit of a row
+GOLDEN = 137.508  # degrees between the hues of records met one after another
 OPEN_ROWS = 400  # rows the field tree shows at first; deeper groups start closed
 
 COMPONENT_RE = re.compile(r"\[\d+\]|[^.\[]+")
@@ -119,7 +120,8 @@ def record_instances(root):
 def _colours(root):
     """Per leaf path, its colour class: the hue of the record that holds it (its innermost group
     that is a record), and a second shade for odd elements of the innermost array that holds it,
-    so that neighbouring elements stand apart. Also the records in order of their hues."""
+    so that neighbouring elements stand apart. Also the records in the order they are first met,
+    which is the order of their hues (hue_styles)."""
     classes, hues = {}, {}
 
     def visit(node, record):
@@ -127,7 +129,7 @@ def _colours(root):
             record = node.cell.name
         for child in node.children:
             if child.leaf:
-                hue = hues.setdefault(record, len(hues)) % HUES
+                hue = hues.setdefault(record, len(hues))
                 groups = COMPONENT_RE.findall(child.path)[:-1]
                 index = next((int(g[1:-1]) for g in reversed(groups) if g.startswith("[")), 0)
                 classes[child.path] = f"c{hue}" + (" a" if index % 2 else "")
@@ -136,6 +138,49 @@ def _colours(root):
 
     visit(root, None)
     return classes, list(hues)
+
+
+def hue_styles(count):
+    """The style of `count` record colours: each hue a golden angle from the one before, so that
+    records met one after another in the map, and any two of the first dozen or so, stand well
+    apart; every third record darker, so that hues that come close again still differ."""
+    rules = []
+    for i in range(count):
+        light = (80, 72, 87)[i % 3]
+        rules.append(f".c{i}{{--h:{round(i * GOLDEN % 360)};--l:{light}%}}")
+    return "".join(rules)
+
+
+def label_text(path, room):
+    """The label of the leaf at `path` in `room` pixels: its name with the index of its nearest
+    array element ("[15].AGU_ECF_SLB_vsid", since the same name stands once per element), or,
+    where that does not fit, shorter forms of it: the index and the name's last word ("[15].vsid"),
+    the name alone, its last word. Empty where none fits."""
+    parts = COMPONENT_RE.findall(path)
+    name = parts[-1]
+    if name.startswith("[") and len(parts) > 1:  # an element of a packed array
+        name = parts[-2] + name
+        parts = parts[:-1]
+    index = next((p for p in reversed(parts[:-1]) if p.startswith("[")), "")
+    word = name.rsplit("_", 1)[-1] if not name.endswith("]") else name
+    candidates = [f"{index}.{name}", f"{index}.{word}"] if index else []
+    candidates += [name, word]
+    return next((c for c in candidates if len(c) * CHAR + 4 <= room), "")
+
+
+def ruler_svg():
+    """The bit positions of a row, above the map, every RULER_STEP bits with a tick per bit."""
+    width = GUTTER + BITS_PER_ROW * BIT
+    out = [f'<svg class="ruler" viewBox="0 0 {width} 16" width="{width}" height="16" '
+           f'aria-hidden="true">']
+    for b in range(BITS_PER_ROW):
+        x = GUTTER + b * BIT
+        tall = b % RULER_STEP == 0
+        out.append(f'<line x1="{x}" x2="{x}" y1="{8 if tall else 12}" y2="16"/>')
+        if tall:
+            out.append(f'<text x="{x + 1}" y="8">{b}</text>')
+    out.append(f'<text class="o" x="{GUTTER - 4}" y="12">bit</text></svg>')
+    return "".join(out)
 
 
 def _pieces(offset, width):
@@ -157,7 +202,7 @@ def bitmap_svg(layout, root):
     out = [f'<svg id="bitmap" class="bitmap" viewBox="0 0 {width} {height}" '
            f'width="{width}" height="{height}" role="img" '
            f'aria-label="bit map of {escape(layout.record)}">']
-    out += [f'<text class="o" x="{GUTTER - 4}" y="{r * PITCH + 11}">{r * BITS_PER_ROW}</text>'
+    out += [f'<text class="o" x="{GUTTER - 4}" y="{r * PITCH + 12}">{r * BITS_PER_ROW}</text>'
             for r in range(rows)]
     colours, _ = _colours(root)
     for leaf in layout.leaves:
@@ -166,10 +211,10 @@ def bitmap_svg(layout, root):
         for row, column, bits in pieces:
             out.append(f'<rect x="{GUTTER + column * BIT}" y="{row * PITCH}" '
                        f'width="{bits * BIT}" height="{BOX}"/>')
-        label = leaf["path"].rsplit(".", 1)[-1]
         row, column, bits = max(pieces, key=lambda p: p[2])
-        if len(label) * CHAR + 4 <= bits * BIT:
-            out.append(f'<text x="{GUTTER + column * BIT + 2}" y="{row * PITCH + 10}">'
+        label = label_text(leaf["path"], bits * BIT)
+        if label:
+            out.append(f'<text x="{GUTTER + column * BIT + 2}" y="{row * PITCH + 12}">'
                        f'{escape(label)}</text>')
         out.append("</g>")
     out.append("</svg>")
@@ -179,10 +224,11 @@ def bitmap_svg(layout, root):
 def legend(root, records_page):
     """The records of the tile with their colours; each links to its fields."""
     _, records = _colours(root)
-    items = [f'<li><span class="sw c{hue % HUES}"></span>'
+    items = [f'<li><span class="sw c{hue}"></span>'
              f'<a href="{records_page}#{escape(name)}">{escape(name)}</a></li>'
              for hue, name in enumerate(records)]
-    return f'<ul class="legend">{"".join(items)}</ul>'
+    return (f'<style>{hue_styles(len(records))}</style>'
+            f'<ul class="legend">{"".join(items)}</ul>')
 
 
 # The field tree -----------------------------------------------------------------------------------
@@ -203,7 +249,8 @@ def open_depth(root):
 
 def _tree_rows(node, records_page, depth, opened, out):
     for child in node.children:
-        name, regs = escape(child.name), registers(*child.regs)
+        # Long names break after an underscore, never inside a word.
+        name, regs = escape(child.name).replace("_", "_<wbr>"), registers(*child.regs)
         if child.leaf:
             out.append(f'<div class="r" id="{escape(child.path)}"><span class="n">{name}</span>'
                        f'<span>{child.first}</span><span>{child.bits}</span><span>{regs}</span>'
@@ -237,7 +284,8 @@ def body(layout, root, records_page):
             f'bit of the tile\'s bit string; a leaf\'s offset is its most significant bit. '
             f'Click a box or a row to link to it.</p>'
             f'<div class="split"><section id="map-pane" class="map" aria-label="bit map">'
-            f'{legend(root, records_page)}{bitmap_svg(layout, root)}</section>'
+            f'{legend(root, records_page)}<div class="ruler-bar">{ruler_svg()}</div>'
+            f'{bitmap_svg(layout, root)}</section>'
             f'<section id="fields-pane" aria-label="fields"><div class="tools">'
             f'<button type="button" data-tree="open">Expand all</button>'
             f'<button type="button" data-tree="close">Collapse all</button>'

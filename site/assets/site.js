@@ -5,6 +5,7 @@
 
 (function () {
   const here = document.body.dataset.page;
+  const ownNs = document.body.dataset.ns || "";
   const LIMIT = 60;
 
   // --- Search --------------------------------------------------------------------------------
@@ -14,9 +15,15 @@
   let loading = null;
   let active = -1;
 
-  // Every entry of the index as {name, low, kind, where, page}. Leaf paths come front-coded:
-  // [shared length, rest, ...], each path sharing its start with the one before.
+  // Words that name a generation (to its records namespace) and the tile names, from the index.
+  let generationWords = {};
+  let tileWords = [];
+
+  // Every entry of the index as {name, low, kind, where, page, ns, tile}. Leaf paths come
+  // front-coded: [shared length, rest, ...], each path sharing its start with the one before.
   function prepare(index) {
+    generationWords = index.generations || {};
+    tileWords = index.tiles || [];
     const entries = [];
     for (const list of index.lists) {
       let names = list.names;
@@ -30,7 +37,8 @@
       }
       const page = index.pages[list.page];
       for (const name of names) {
-        entries.push({ name, low: name.toLowerCase(), kind: list.kind, where: list.where, page });
+        entries.push({ name, low: name.toLowerCase(), kind: list.kind, where: list.where, page,
+                       ns: list.ns || "", tile: list.tile || "" });
       }
     }
     return entries;
@@ -49,28 +57,48 @@
     return loading;
   }
 
-  // Names that hold every word of the query, best first: the name itself, then names that start
-  // with it, then those where it starts a part of the name, then the rest; shorter names first.
+  // Whether `word` names the generation or the tile of entry `e` ("rye", "mk44", "agcu").
+  function names(e, word) {
+    return (e.ns && generationWords[word] === e.ns) || (e.tile && e.tile === word);
+  }
+
+  // The first word of a query that is not a generation's or a tile's name: the one that ranks.
+  function textWord(query) {
+    const words = query.toLowerCase().split(/\s+/).filter(Boolean);
+    return words.find((w) => !(w in generationWords) && !tileWords.includes(w)) || words[0] || "";
+  }
+
+  // Entries that answer every word of the query, best first. A word is answered by an entry whose
+  // generation or tile it names, or by the entry's name holding it: "rye agcu vsid 15" finds the
+  // leaves of rye's AGCU whose paths hold "vsid" and "15". The rank is that of the first word the
+  // name must hold: the name itself, then names that start with it, then those where it starts a
+  // part of the name, then the rest; an entry that answers every word by its generation and tile
+  // ranks first. Within a rank, entries of the page's own generation come first, then shorter
+  // names.
   function find(entries, query) {
     const words = query.toLowerCase().split(/\s+/).filter(Boolean);
     if (!words.length) return { found: [], total: 0 };
-    const first = words[0];
     const found = [];
     for (const e of entries) {
-      const at = e.low.indexOf(first);
-      if (at < 0 || !words.every((w) => e.low.includes(w))) continue;
-      let rank = 3;
-      if (e.low === first) rank = 0;
-      else if (at === 0) rank = 1;
-      else if ("._[".includes(e.low[at - 1])) rank = 2;
-      found.push({ e, rank });
+      const rest = words.filter((w) => !names(e, w));
+      if (!rest.every((w) => e.low.includes(w))) continue;
+      let rank = 0;
+      if (rest.length) {
+        const first = rest[0];
+        const at = e.low.indexOf(first);
+        rank = 3;
+        if (e.low === first) rank = 0;
+        else if (at === 0) rank = 1;
+        else if ("._[".includes(e.low[at - 1])) rank = 2;
+      }
+      found.push({ e, rank, own: ownNs && e.ns === ownNs ? 0 : 1 });
     }
-    found.sort((a, b) => a.rank - b.rank || a.e.name.length - b.e.name.length);
+    found.sort((a, b) => a.rank - b.rank || a.own - b.own || a.e.name.length - b.e.name.length);
     return { found: found.slice(0, LIMIT).map((f) => f.e), total: found.length };
   }
 
   function marked(name, query) {
-    const word = query.trim().split(/\s+/)[0] || "";
+    const word = textWord(query);
     const at = name.toLowerCase().indexOf(word.toLowerCase());
     const text = (s) => document.createTextNode(s);
     const b = document.createElement("b");
@@ -159,6 +187,30 @@
       input.focus();
       event.preventDefault();
     }
+  });
+
+  // --- Sorting an enumeration's table by name or by a generation's codes ---------------------
+
+  // A code cell's number; a generation that does not answer sorts last.
+  const code = (cell) => (/^\d+$/.test(cell.textContent) ? Number(cell.textContent) : Infinity);
+  document.addEventListener("click", (event) => {
+    const th = event.target.closest("th[data-sort]");
+    if (!th) return;
+    const table = th.closest("table");
+    const column = th.cellIndex;
+    const rows = [...table.tBodies[0].rows];
+    const name = (row) => row.cells[0].textContent;
+    if (th.dataset.sort === "name") {
+      rows.sort((a, b) => (name(a) < name(b) ? -1 : name(a) > name(b) ? 1 : 0));
+    } else {
+      rows.sort((a, b) => code(a.cells[column]) - code(b.cells[column]) ||
+        (name(a) < name(b) ? -1 : 1));
+    }
+    table.tBodies[0].append(...rows);
+    for (const other of table.tHead.querySelectorAll("th[aria-sort]")) {
+      other.removeAttribute("aria-sort");
+    }
+    th.setAttribute("aria-sort", "ascending");
   });
 
   // --- Going to an anchor ---------------------------------------------------------------------
@@ -259,16 +311,41 @@
     const row = event.target.closest(".r");
     light(row ? row.id : null);
   });
-  map.addEventListener("mouseover", (event) => {
+  // The tooltip at the pointer: the leaf's path, and its offset, width and registers as its row
+  // in the tree gives them.
+  const tip = document.createElement("div");
+  tip.id = "tip";
+  tip.hidden = true;
+  document.body.append(tip);
+  let tipped = null;
+  map.addEventListener("mousemove", (event) => {
     const g = event.target.closest("#bitmap g");
-    if (!g) return;
-    const path = pathOf(g);
-    status.textContent = path;
-    if (!g.querySelector("title")) {
-      // The name on hover, made when first needed.
-      const title = document.createElementNS("http://www.w3.org/2000/svg", "title");
-      title.textContent = path;
-      g.prepend(title);
+    if (!g) {
+      tip.hidden = true;
+      tipped = null;
+      return;
     }
+    if (g !== tipped) {
+      tipped = g;
+      const path = pathOf(g);
+      status.textContent = path;
+      const [, offset, width, regs] = document.getElementById(path).children;
+      const facts = document.createElement("small");
+      facts.textContent = `offset ${offset.textContent} · width ${width.textContent} · ` +
+        `registers ${regs.textContent}` + (g.dataset.type ? ` · ${g.dataset.type}` : "");
+      const name = document.createElement("b");
+      name.textContent = path;
+      tip.replaceChildren(name, facts);
+      tip.hidden = false;
+    }
+    // Beside the pointer, inside the window.
+    const r = tip.getBoundingClientRect();
+    tip.style.left = Math.min(event.clientX + 14, innerWidth - r.width - 4) + "px";
+    tip.style.top = (event.clientY + 18 + r.height > innerHeight
+      ? event.clientY - r.height - 8 : event.clientY + 18) + "px";
+  });
+  map.addEventListener("mouseleave", () => {
+    tip.hidden = true;
+    tipped = null;
   });
 })();

@@ -19,6 +19,7 @@ def arguments():
     parser.add_argument("--archspec", required=True, help="the archspec tool")
     parser.add_argument("--generated", help="the generated sources of the constants classes")
     parser.add_argument("--screenshots", help="where the browser test saves its screenshots")
+    parser.add_argument("--decoder-module", help="the decoder page's module, where it was built")
     args, rest = parser.parse_known_args()
     sys.argv[1:] = rest
     return args

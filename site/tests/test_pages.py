@@ -31,6 +31,8 @@ import record_tables  # noqa: E402
 import tile_page  # noqa: E402
 
 PAGE_LIMIT = 5_000_000
+MODULE_LIMIT = 8_000_000
+MODULE = "archspec-decoder.js"
 _pages = {}
 
 
@@ -103,7 +105,7 @@ class TilePagesTest(unittest.TestCase):
         for name in self.tiles:
             with self.subTest(page=name):
                 rows = list(page(name).root.iter("div", "r"))
-                svg = next(page(name).root.iter("svg"))
+                svg = next(s for s in page(name).root.iter("svg") if s.attrs.get("id") == "bitmap")
                 groups = list(svg.iter("g"))
                 self.assertEqual(len(groups), len(rows))
                 crossing = 0
@@ -278,17 +280,25 @@ class LinksTest(unittest.TestCase):
                               "type", "record", "leaf"}, kinds)
 
     def test_pages_stay_light(self):
+        """Every page and script within PAGE_LIMIT, the decoder's module within MODULE_LIMIT."""
         sizes = {n: os.path.getsize(os.path.join(ARGS.site, n)) for n in os.listdir(ARGS.site)}
+        module = sizes.pop(MODULE, None)
         largest = max(sizes, key=sizes.get)
         print(f"\nlargest page: {largest}, {sizes[largest] / 1e6:.2f} MB", file=sys.stderr)
         self.assertLessEqual(sizes[largest], PAGE_LIMIT, largest)
+        self.assertEqual(module is not None, bool(ARGS.decoder_module))
+        if module is not None:
+            print(f"decoder module: {module / 1e6:.2f} MB", file=sys.stderr)
+            self.assertLessEqual(module, MODULE_LIMIT)
 
     def test_a_second_run_writes_the_same_site(self):
         with tempfile.TemporaryDirectory() as scratch:
             out = os.path.join(scratch, "reference")
             subprocess.run([sys.executable, os.path.join(SITE_SOURCE, "gen_site.py"),
                             "--archspec", ARGS.archspec, "--tables",
-                            os.path.join(GEN_DIR, "tables"), "--out", out],
+                            os.path.join(GEN_DIR, "tables"), "--out", out]
+                           + (["--decoder-module", ARGS.decoder_module]
+                              if ARGS.decoder_module else []),
                            check=True, capture_output=True)
             files = sorted(os.listdir(ARGS.site))
             self.assertEqual(sorted(os.listdir(out)), files)

@@ -1,0 +1,226 @@
+// The decoder page: hands the input to the decoder module (the library and the tooling layer
+// compiled to WebAssembly, archspec-decoder.js) and shows what it gives back. Every check,
+// message and written form is the module's; this script only moves text between it and the page.
+"use strict";
+
+(function () {
+  const $ = (id) => document.getElementById(id);
+  const arch = $("arch"), tile = $("tile"), form = $("form"), input = $("input");
+  const error = $("error"), listing = $("listing"), findings = $("findings");
+  const mapPane = $("decode-map");
+  const geometry = Object.fromEntries(
+    ["bitsPerRow", "bit", "pitch", "box", "gutter"].map((k) => [k, Number(mapPane.dataset[k])]));
+  // What the tests and the performance notes read: the module's load and the last decode, in ms.
+  const times = (window.decoderTimes = {});
+
+  let module = null;
+  let layout = null; // the open tile's layout: {arch, record, bits, header, leaves}
+  let boxes = []; // per leaf, its group of boxes in the map
+  let file = null; // {name, bytes} of the file opened, until the text is edited
+
+  function showError(text) {
+    error.textContent = text;
+  }
+
+  // Opens the chosen generation and tile in the module: an empty configuration, its map drawn.
+  function open() {
+    const complaint = module.open(arch.value, tile.value);
+    if (complaint) {
+      showError(complaint);
+      return false;
+    }
+    const key = arch.value + " " + tile.value;
+    if (!layout || layout.key !== key) {
+      layout = JSON.parse(module.layout());
+      layout.key = key;
+      drawMap();
+      $("paths").replaceChildren(...layout.leaves.slice(0, 5000).map((leaf) => {
+        const option = document.createElement("option");
+        option.value = leaf.path;
+        return option;
+      }));
+    }
+    return true;
+  }
+
+  // The tile's bit string in rows, a group of boxes per leaf, as on the tile pages.
+  function drawMap() {
+    const { bitsPerRow, bit, pitch, box, gutter } = geometry;
+    const svgNs = "http://www.w3.org/2000/svg";
+    const rows = Math.ceil(layout.bits / bitsPerRow);
+    const width = gutter + bitsPerRow * bit;
+    const svg = document.createElementNS(svgNs, "svg");
+    svg.id = "bitmap";
+    svg.setAttribute("class", "bitmap");
+    svg.setAttribute("width", width);
+    svg.setAttribute("height", rows * pitch);
+    svg.setAttribute("viewBox", `0 0 ${width} ${rows * pitch}`);
+    const parts = [];
+    for (let r = 0; r < rows; r++) {
+      parts.push(`<text class="o" x="${gutter - 4}" y="${r * pitch + 12}">${r * bitsPerRow}</text>`);
+    }
+    for (const leaf of layout.leaves) {
+      let [offset, left] = [leaf.offset, leaf.width];
+      parts.push("<g>");
+      while (left > 0) {
+        const row = Math.floor(offset / bitsPerRow), column = offset % bitsPerRow;
+        const take = Math.min(left, bitsPerRow - column);
+        parts.push(`<rect x="${gutter + column * bit}" y="${row * pitch}" width="${take * bit}" ` +
+                   `height="${box}"/>`);
+        offset += take;
+        left -= take;
+      }
+      parts.push("</g>");
+    }
+    svg.innerHTML = parts.join("");
+    boxes = [...svg.querySelectorAll("g")];
+    mapPane.querySelector("#bitmap")?.remove();
+    mapPane.append(svg);
+  }
+
+  // Shows the module's configuration: its listing, its bits, and its non-zero leaves lit.
+  function show() {
+    const text = module.listing();
+    listing.textContent = text;
+    $("bits").textContent = module.bits();
+    for (const g of mapPane.querySelectorAll("#bitmap g.on")) g.classList.remove("on");
+    const lit = module.nonZero();
+    for (let i = 0; i < lit.size(); i++) boxes[lit.get(i)].classList.add("on");
+    $("summary").textContent = `${lit.size()} of ${layout.leaves.length} leaves set · ` +
+      `${layout.record} of ${layout.arch}`;
+    lit.delete();
+  }
+
+  // Which form the input has, where the page is left to tell: text with a line "path = value" or
+  // a first line "#" is a listing, other text the bits, and what is not text, or is text of the
+  // packed form's size that is not all 0 and 1, the packed bytes.
+  function formOf(bytes) {
+    if (form.value !== "auto") return form.value;
+    let text;
+    try {
+      text = new TextDecoder("utf-8", { fatal: true }).decode(bytes);
+    } catch {
+      return "bytes";
+    }
+    if (/^\ufeff?\s*#|=/.test(text)) return "sparse";
+    if (/^\ufeff?[01\s]*$/.test(text)) return "bits";
+    return text.includes("\0") || bytes.length === Math.ceil(layout.bits / 8) ? "bytes" : "bits";
+  }
+
+  function decode() {
+    if (!module) return;
+    showError("");
+    const [name, bytes] = file ? [file.name, file.bytes]
+      : ["input", new TextEncoder().encode(input.value)];
+    if (!open()) return;
+    const kind = formOf(bytes);
+    if (kind === "sparse") {
+      // A listing's header chooses the generation and tile, where the page offers them.
+      const header = JSON.parse(module.headerOf(bytes));
+      if (header) {
+        for (const [select, wanted] of [[arch, header.generation], [tile, header.tile]]) {
+          const option = [...select.options].find(
+            (o) => o.value.toLowerCase() === wanted.toLowerCase());
+          if (option) select.value = option.value;
+        }
+        if (!open()) return;
+      }
+    }
+    const started = performance.now();
+    const complaint = module.decode(kind, bytes, name);
+    if (complaint) {
+      listing.textContent = "";
+      showError(complaint);
+      return;
+    }
+    show();
+    times.decode = performance.now() - started;
+  }
+
+  function setLeaf() {
+    if (!module) return;
+    showError("");
+    const complaint = module.patch(`${$("path").value} = ${$("value").value}\n`, "change");
+    if (complaint) {
+      showError(complaint);
+      return;
+    }
+    show();
+  }
+
+  function save(data, suffix, type) {
+    const a = document.createElement("a");
+    a.href = URL.createObjectURL(new Blob([data], { type }));
+    a.download = `${tile.value}-${arch.value}.${suffix}`;
+    a.click();
+    setTimeout(() => URL.revokeObjectURL(a.href), 1000);
+  }
+
+  // The leaf under the pointer, named at the pointer with its place and value.
+  const tip = document.createElement("div");
+  tip.id = "tip";
+  tip.hidden = true;
+  document.body.append(tip);
+  mapPane.addEventListener("mousemove", (event) => {
+    const g = event.target.closest("#bitmap g");
+    if (!g) {
+      tip.hidden = true;
+      return;
+    }
+    const leaf = layout.leaves[boxes.indexOf(g)];
+    const regs = leaf.reg_hi === undefined ? leaf.reg_lo : `${leaf.reg_lo}-${leaf.reg_hi}`;
+    const name = document.createElement("b");
+    name.textContent = leaf.path;
+    const facts = document.createElement("small");
+    facts.textContent = `offset ${leaf.offset} · width ${leaf.width} · registers ${regs}` +
+      (g.classList.contains("on") ? " · set" : "");
+    tip.replaceChildren(name, facts);
+    tip.hidden = false;
+    tip.style.left = Math.min(event.clientX + 14, innerWidth - tip.offsetWidth - 4) + "px";
+    tip.style.top = event.clientY + 18 + "px";
+  });
+  mapPane.addEventListener("mouseleave", () => (tip.hidden = true));
+  mapPane.addEventListener("click", (event) => {
+    const g = event.target.closest("#bitmap g");
+    if (g) $("path").value = layout.leaves[boxes.indexOf(g)].path;
+  });
+
+  $("decode").addEventListener("click", decode);
+  $("set").addEventListener("click", setLeaf);
+  input.addEventListener("input", () => {
+    file = null;
+    $("source").textContent = "";
+  });
+  $("file").addEventListener("change", async (event) => {
+    const chosen = event.target.files[0];
+    if (!chosen) return;
+    file = { name: chosen.name, bytes: new Uint8Array(await chosen.arrayBuffer()) };
+    input.value = "";
+    $("source").textContent = `${chosen.name}, ${file.bytes.length} bytes`;
+    decode();
+  });
+  for (const select of [arch, tile]) {
+    select.addEventListener("change", () => {
+      if (module && open()) show();
+    });
+  }
+  $("save-bits").addEventListener("click", () => module && save(module.bits(), "bits",
+                                                                 "text/plain"));
+  $("save-bytes").addEventListener("click", () => module && save(module.bytes().slice(), "bin",
+                                                                  "application/octet-stream"));
+  $("save-listing").addEventListener("click", () => module && save(module.listing(), "sparse",
+                                                                    "text/plain"));
+
+  if (typeof ArchspecDecoder !== "function") {
+    showError("The decoder module is not part of this site.");
+    return;
+  }
+  const started = performance.now();
+  ArchspecDecoder().then((loaded) => {
+    times.load = performance.now() - started;
+    module = loaded;
+    $("check-note").textContent = "check is not available yet";
+    if (open()) show();
+    document.body.dataset.decoder = "ready";
+  });
+})();
