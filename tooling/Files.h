@@ -43,10 +43,15 @@ InputResult ReadInput(const std::string& path, const InputLimit& limit);
 // Returns the reason on failure ("No space left on device").
 std::optional<std::string> WriteAll(int fd, std::string_view data);
 
-// Writes `data` to `path` whole or not at all: into a new file beside it, renamed over `path` once
-// everything is written, so that a failure leaves `path` as it was and an input may be rewritten
-// in place. A path that is not a regular file (a device, a pipe) is written directly. Returns the
-// complaint on failure ("cannot write out.bits: Permission denied").
+// Writes `data` to `path`, all of it prepared before the path is touched. A regular file of its
+// own (or a new one) is written whole or not at all: into a new file beside it, renamed over
+// `path` once everything is written, so that a failure (or a signal) leaves `path` as it was and
+// an input may be rewritten in place. Whatever else the path is is written where it is, never
+// replaced: a name of one of the process's descriptors (/dev/stdout, /dev/fd/N, /proc/self/fd/N)
+// is that descriptor, appending where it appends; a device or a pipe, a symbolic link (through to
+// what it names) and a file with other hard links are opened and written. A file that the user may
+// not write is refused. Returns the complaint on failure ("cannot write out.bits: Permission
+// denied").
 std::optional<std::string> WriteFileWhole(const std::string& path, std::string_view data);
 
 }  // namespace archspec

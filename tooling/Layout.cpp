@@ -23,6 +23,7 @@ Layout::Layout(std::string record, uint32_t bits, std::vector<Leaf> leaves)
       auto [found, inserted] = branches_.try_emplace(path.substr(0, begin));
       Branch& branch = found->second;
       if (inserted) branch.first_leaf = i;
+      branch.last_leaf = i;
       if (path[begin] == '[') {
         branch.array = true;
         const uint32_t index = static_cast<uint32_t>(std::stoul(path.substr(begin + 1)));

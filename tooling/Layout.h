@@ -28,6 +28,7 @@ struct Branch {
   uint32_t elements = 0;             // an array's number of elements
   std::vector<std::string> members;  // a record's member names, in bit order
   size_t first_leaf = 0;             // the first leaf below it, in bit order
+  size_t last_leaf = 0;              // the last leaf below it: its leaves are first to last
 };
 
 class Layout {

@@ -14,16 +14,21 @@ configurations of every tile (PCU, PMU, switch, AGCU)::
     archspec.generation("mk44").tile_from_bytes("agcu", blob).nonzero()
 
 Generations and tiles do not interfere: any number of them live side by side. Bad input raises
-(ValueError, KeyError, IndexError, TypeError, NotAnswered) and never ends the interpreter.
+(ValueError, KeyError, IndexError, TypeError, AttributeError, NotAnswered) and never ends the
+interpreter. Tiles, generations and their answers pickle and copy; records and arrays inside a
+tile are views of it, with a path, an offset and a width.
 """
 
 import collections
+import copy
 
 from . import _core
 from ._core import NotAnswered
 
-__all__ = ["Answers", "Generation", "GenerationInfo", "Leaf", "Node", "NotAnswered", "Tile",
-           "Where", "generation", "generations", "tiles"]
+__all__ = ["Answers", "Finding", "Generation", "GenerationInfo", "Leaf", "Node", "NotAnswered",
+           "Tile", "Where", "__version__", "generation", "generations", "tiles"]
+
+__version__ = _core.version
 
 GenerationInfo = collections.namedtuple(
     "GenerationInfo", "version product code_name records selectable has_answers")
@@ -34,6 +39,11 @@ no tile records), whether it is selectable, and whether it has answers."""
 Leaf = collections.namedtuple("Leaf", "path offset width reg_lo reg_hi")
 Leaf.__doc__ = """One leaf of a tile: its dotted path, its first (most significant) bit, its width,
 and the register words it is patched through (reg_hi only for leaves above 32 bits)."""
+
+Finding = collections.namedtuple("Finding", "path offset width value type nearest")
+Finding.__doc__ = """A leaf whose value is no code of its enumeration type, as Tile.check() finds it:
+its path, first bit and width, its value, its type ("stage_opcode_t"), and [(name, code)] of the
+names whose codes lie nearest the value."""
 
 Where = collections.namedtuple("Where", "path offset width value_bit register register_bit")
 Where.__doc__ = """A bit of a tile: the leaf that holds it (path, offset, width), which bit of the
@@ -70,14 +80,27 @@ def generation(name):
 class Generation:
     """A chip generation: its answers (constants, features, constraints) and its tiles."""
 
-    __slots__ = ("_core", "constants", "features", "constraints", "_paths")
+    __slots__ = ("_core", "_constants", "_features", "_constraints", "_paths")
 
     def __init__(self, core):
-        self._core = core
-        self.constants = Answers(core, "constants")
-        self.features = Answers(core, "features")
-        self.constraints = Answers(core, "constraints")
-        self._paths = {}
+        """Made by archspec.generation(name), which gives one object per generation."""
+        if not isinstance(core, _core.Generation):
+            raise TypeError(f"archspec.generation(name) makes a Generation, not "
+                            f"Generation({type(core).__name__})")
+        for name, value in (("_core", core), ("_constants", Answers(core, "constants")),
+                            ("_features", Answers(core, "features")),
+                            ("_constraints", Answers(core, "constraints")), ("_paths", {})):
+            object.__setattr__(self, name, value)
+
+    def __setattr__(self, name, value):
+        raise AttributeError(f"{self!r} is read only: {name} cannot be set")
+
+    def __delattr__(self, name):
+        raise AttributeError(f"{self!r} is read only: {name} cannot be deleted")
+
+    constants = property(lambda self: self._constants, doc="the parameters, enumerants, containers")
+    features = property(lambda self: self._features, doc="the feature flags")
+    constraints = property(lambda self: self._constraints, doc="the constraints")
 
     version = property(lambda self: self._core.version, doc='"3" for 3.0.0')
     product = property(lambda self: self._core.product, doc='the product name, "mk43"')
@@ -103,15 +126,35 @@ class Generation:
             raise TypeError(f"bytes are needed, not {type(data).__name__}")
         return Tile(self, _core.Tile.from_bytes(self._core, _name(tile, "tile"), bytes(data)))
 
-    def tile_from_sparse(self, tile, listing):
+    def tile_from_sparse(self, tile, listing, force=False):
         """A configuration read from a sparse listing: `path = value` lines, values in decimal,
         0x hexadecimal, or enumerant names of this generation; leaves not named are 0. Raises
-        ValueError with every faulty line."""
+        ValueError with every faulty line, and (naming line 1) for a listing whose header
+        (`# archspec mk44 pcu`) names another generation or tile, unless `force` is true."""
         return Tile(self, _core.Tile.from_sparse(self._core, _name(tile, "tile"),
-                                                 _text(listing, "listing")))
+                                                 _text(listing, "listing"), bool(force)))
+
+    def enumerations(self):
+        """{type: {name: code}} of every enumeration type this generation answers, names in
+        order of their codes; the names are those a listing or a tile takes as values."""
+        return self._core.enumerations()
+
+    def fields_of(self, type):
+        """{tile: [path]}: the leaves of each tile that hold a code of enumeration type `type`
+        ("stage_opcode_t"), in bit order. KeyError for a type the generation does not answer."""
+        return self._core.fields_of(_name(type, "type"))
 
     def __repr__(self):
         return f"<archspec generation {self._core.label}>"
+
+    def __reduce__(self):
+        return generation, (self.product,)
+
+    def __copy__(self):
+        return self
+
+    def __deepcopy__(self, memo):
+        return self
 
     def __eq__(self, other):
         return isinstance(other, Generation) and other._core is self._core
@@ -132,28 +175,51 @@ class Answers:
     __slots__ = ("_core", "_family", "_names")
 
     def __init__(self, core, family):
-        self._core = core
-        self._family = family
-        self._names = None
+        """Made by a Generation: g.constants, g.features, g.constraints."""
+        if not isinstance(core, _core.Generation):
+            raise TypeError(f"answers belong to a generation: use archspec.generation(name)."
+                            f"constants, not Answers({type(core).__name__}, ...)")
+        if family not in ("constants", "features", "constraints"):
+            raise ValueError(f"the answers are constants, features or constraints, not "
+                             f"{family!r}")
+        object.__setattr__(self, "_core", core)
+        object.__setattr__(self, "_family", family)
+        object.__setattr__(self, "_names", None)
 
     def __getattr__(self, name):
-        if name.startswith("__"):
+        if name.startswith("_"):
             raise AttributeError(name)
         try:
             return self._core.value(self._family, name)
         except KeyError as e:
             raise AttributeError(e.args[0]) from None
 
+    def __setattr__(self, name, value):
+        raise AttributeError(f"the {self._family} of a generation are read only: {name} cannot "
+                             f"be set")
+
+    def __delattr__(self, name):
+        raise AttributeError(f"the {self._family} of a generation are read only")
+
     def __getitem__(self, name):
         return self._core.value(self._family, _name(name, "accessor"))
 
     def __contains__(self, name):
-        return isinstance(name, str) and self._core.answers(self._family, name)
+        return _valid(name) and self._core.answers(self._family, name)
+
+    def __reduce__(self):
+        return getattr, (generation(self._core.product), self._family)
+
+    def __copy__(self):
+        return self
+
+    def __deepcopy__(self, memo):
+        return self
 
     def names(self):
         """The names of the accessors this generation answers, in interface order."""
         if self._names is None:
-            self._names = tuple(self._core.names(self._family))
+            object.__setattr__(self, "_names", tuple(self._core.names(self._family)))
         return self._names
 
     def items(self):
@@ -177,39 +243,77 @@ class Tile:
     """A configuration of one tile of one generation: a value for every leaf.
 
     Navigate by attribute and index (`t.simd_structIn[0][4].stage_opcode`) or by dotted path
-    (`t["simd_structIn[0][4].stage_opcode"]`); a leaf reads as an int and takes an int or the
-    name of an enumerant of the generation."""
+    (`t["simd_structIn[0][4].stage_opcode"]`, `t["simd_structIn[0][4]"]` for a record); a leaf
+    reads as an int and takes an int or the name of an enumerant of the generation.
+
+    The tile is a mapping of its record's members, as every record inside it is: iteration and
+    keys() give the member names, items() (name, value) with a Node for a record or an array,
+    `name in t` asks for a member (or a dotted path). A member whose name is an attribute of the
+    tile (`bits`, `path`, ...) is reached by item: t["bits"]. Tiles compare by value, copy, deep
+    copy and pickle (as their generation, tile and bytes)."""
 
     __slots__ = ("_generation", "_core")
 
     def __init__(self, generation, core):
-        self._generation = generation
-        self._core = core
+        """Made by a Generation: g.tile(name), g.tile_from_bits(...), and the like."""
+        if not isinstance(generation, Generation) or not isinstance(core, _core.Tile):
+            raise TypeError("a Tile is made by a Generation: archspec.generation(name)."
+                            "tile(tile), not Tile(...)")
+        object.__setattr__(self, "_generation", generation)
+        object.__setattr__(self, "_core", core)
 
     generation = property(lambda self: self._generation, doc="the Generation")
     tile = property(lambda self: self._core.tile, doc='"pcu", "pmu", "switch" or "agcu"')
     record = property(lambda self: self._core.record, doc='the record, "pcu_config_struct"')
     bits = property(lambda self: self._core.bits, doc="the number of bits of the configuration")
+    path = property(lambda self: "", doc='the path of the tile\'s record: ""')
+    offset = property(lambda self: 0, doc="the first bit of the tile's record: 0")
+    width = property(lambda self: self._core.bits, doc="the bits of the tile's record")
 
     def __getitem__(self, path):
-        return self._core.get(_name(path, "path"))
+        return self._root()._at(_name(path, "path"))
 
     def __setitem__(self, path, value):
-        self._core.set(_name(path, "path"), value)
+        self._root()._set_path(_name(path, "path"), value)
 
     def __getattr__(self, name):
-        if name.startswith("__"):
+        if name.startswith("_"):
             raise AttributeError(name)
-        return Node(self, "")._member(name)
+        return self._root().__getattr__(name)
 
     def __setattr__(self, name, value):
-        if name in Tile.__slots__:
-            object.__setattr__(self, name, value)
-        else:
-            Node(self, "")._assign(name, value)
+        _set_attribute(self._root(), Tile, name, value)
+
+    def __delattr__(self, name):
+        raise AttributeError(f"the fields of a tile are set, not deleted: {name}")
 
     def __dir__(self):
-        return list(Node(self, "").__dir__())
+        return list(object.__dir__(self)) + self._root().keys()
+
+    def __iter__(self):
+        return iter(self._root())
+
+    def __len__(self):
+        return len(self._root())
+
+    def __contains__(self, name):
+        return name in self._root()
+
+    def keys(self):
+        """The names of the members of the tile's record, in bit order."""
+        return self._root().keys()
+
+    def items(self):
+        """(name, value) of each member of the tile's record: an int for a leaf, a Node for a
+        record or an array."""
+        return self._root().items()
+
+    def values(self):
+        """The value of each member of the tile's record: an int, or a Node."""
+        return self._root().values()
+
+    def _root(self):
+        return Node(self, "")
 
     def to_bits(self):
         """The text form: '0' and '1', most significant first."""
@@ -219,32 +323,53 @@ class Tile:
         """The packed form: eight bits a byte, the last one padded with zeros."""
         return self._core.to_bytes()
 
-    def to_sparse(self):
-        """The sparse listing: a header naming the generation and tile, then `path = 0x...` for
-        every leaf that is not 0, in bit order."""
-        return self._core.to_sparse()
+    def to_sparse(self, codes=False):
+        """The sparse listing, as `archspec decode --format sparse` writes it: a header naming the
+        generation and tile, then `path = value` for every leaf that is not 0, in bit order. A
+        leaf that holds a code of an enumeration type shows the code's name (with a comment for
+        inferred codes, shared codes and codes of no name); others, and all with `codes`, 0x
+        hexadecimal."""
+        return self._core.to_sparse(bool(codes))
 
-    def to_tree(self):
-        """The library's printed form of the record."""
-        return self._core.to_tree()
+    def to_tree(self, codes=False):
+        """The library's printed form of the record, each code of a name followed by the name
+        in parentheses (not with `codes`)."""
+        return self._core.to_tree(bool(codes))
+
+    def type_of(self, path):
+        """The enumeration type ("stage_opcode_t") whose code the leaf at `path` holds, or None
+        for a leaf that holds a number. KeyError for a path of no leaf."""
+        return self._core.type_of(_name(path, "path"))
+
+    def check(self):
+        """[Finding] of every leaf that holds a code of an enumeration type and whose value is
+        not 0 and no code of the type on this generation, in bit order, as `archspec check`
+        finds them. An empty list: every such leaf holds a name."""
+        return [Finding(*row) for row in self._core.check()]
 
     def layout(self):
         """Every leaf in bit order, as Leaf(path, offset, width, reg_lo, reg_hi)."""
         return [Leaf(*row) for row in self._core.layout()]
 
     def where(self, bit):
-        """The leaf holding bit `bit` of the configuration, as Where; IndexError outside it."""
+        """The leaf holding bit `bit` of the configuration, as Where; IndexError outside it, and
+        TypeError for what is not an int."""
         if not isinstance(bit, int) or isinstance(bit, bool):
             raise TypeError(f"a bit position is an int, not {type(bit).__name__}")
+        if not -2**63 <= bit < 2**63:  # too long to write out in a message
+            raise IndexError(f"bit {'-' if bit < 0 else ''}2**{abs(bit).bit_length() - 1}... lies "
+                             f"outside {self._core.describe()}, which has bits 0 to "
+                             f"{self.bits - 1}")
         return Where(*self._core.where(bit))
 
-    def nonzero(self):
-        """{path: value} of the leaves that are not 0, in bit order."""
-        return self._core.values(self._paths(), True)
+    def nonzero(self, names=False):
+        """{path: value} of the leaves that are not 0, in bit order; with `names`, a leaf that
+        holds a code of an enumeration type gives the code's name where it has one."""
+        return self._core.values(self._paths(), True, bool(names))
 
-    def to_dict(self):
-        """{path: value} of every leaf, in bit order."""
-        return self._core.values(self._paths(), False)
+    def to_dict(self, names=False):
+        """{path: value} of every leaf, in bit order; `names` as for nonzero()."""
+        return self._core.values(self._paths(), False, bool(names))
 
     def diff(self, other):
         """[(path, mine, theirs)] of the leaves whose values differ from `other`'s, which must be
@@ -273,23 +398,49 @@ class Tile:
     def __deepcopy__(self, memo):
         return self.__copy__()
 
+    def __reduce__(self):
+        return _restore_tile, (self._generation.product, self.tile, self.to_bytes())
+
     def __repr__(self):
         return f"<archspec {self._core.describe()}: {len(self.nonzero())} leaves not 0>"
 
 
 class Node:
-    """A record or array inside a tile, reached by attribute or index: `t.simd_structIn[0]`."""
+    """A record or an array inside a tile, reached by attribute, index or path:
+    `t.simd_structIn[0]`, `t["simd_structIn[0][2]"]`. A node is a view of its tile: what is set
+    through it is set in the tile.
+
+    A record is a mapping of its members: iteration and keys() give their names, items() and
+    values() their values (an int for a leaf, a Node below), `name in node` asks for a member or a
+    dotted path below. An array is a sequence of its elements. Every node has its `path`, its
+    `offset` (first bit in the tile) and its `width` in bits; a member named like one of these
+    (a PMU record's `offset`) is reached by item: node["offset"]. to_dict() gives {path: value}
+    of every leaf below."""
 
     __slots__ = ("_tile", "_path", "_branch")
 
     def __init__(self, tile, path, branch=None):
+        if not isinstance(tile, Tile):
+            raise TypeError(f"a Node is part of a Tile, not of {type(tile).__name__}")
+        path = _name(path, "path")
+        if branch is None:
+            branch = tile._core.branch(path)
+            if branch is None:
+                tile._core.get(path)  # KeyError for a path of nothing
+                raise ValueError(f"{path} is a leaf, not a record or an array")
         object.__setattr__(self, "_tile", tile)
         object.__setattr__(self, "_path", path)
-        object.__setattr__(self, "_branch", branch or tile._core.branch(path))
+        object.__setattr__(self, "_branch", branch)
+
+    path = property(lambda self: self._path, doc='the dotted path from the tile, "" for its record')
+    offset = property(lambda self: self._branch[3], doc="its first bit in the tile's bits")
+    width = property(lambda self: self._branch[4], doc="the bits of all its leaves")
 
     def _join(self, member):
         if isinstance(member, int):
             return f"{self._path}[{member}]"
+        if member.startswith("["):
+            return self._path + member
         return f"{self._path}.{member}" if self._path else member
 
     def _resolve(self, key):
@@ -297,46 +448,57 @@ class Node:
         if isinstance(key, bool) or not isinstance(key, (int, str)):
             raise TypeError(f"{self._where()} is reached by a member name or an index, not "
                             f"{type(key).__name__}")
-        array, elements, _ = self._branch
+        array, elements, *_ = self._branch
         if isinstance(key, int):
             if not array:
                 raise TypeError(f"{self._where()} is a record: reach its members by name")
-            if key < 0:
-                key += elements
-            if not 0 <= key < elements:
+            index = key + elements if key < 0 else key
+            if not 0 <= index < elements:
                 raise IndexError(f"index {key} out of range for {self._where()}, which has "
                                  f"{elements} elements")
-        elif array:
+            return self._join(index)
+        _name(key, "member name")
+        if array:
             raise TypeError(f"{self._where()} is an array of {elements} elements: reach them "
                             f"by index")
         return self._join(key)
 
-    def _member(self, key):
-        path = self._resolve(key)
+    def _at(self, path):
+        """The leaf's value or the Node at a whole path."""
         branch = self._tile._core.branch(path)
         if branch is not None:
             return Node(self._tile, path, branch)
-        try:
-            return self._tile._core.get(path)
-        except KeyError as e:
-            raise AttributeError(e.args[0]) from None
+        return self._tile._core.get(path)
 
-    def _assign(self, key, value):
-        path = self._resolve(key)
+    def _set_path(self, path, value):
         if self._tile._core.branch(path) is not None:
             raise TypeError(f"{path} is a record or array, not a leaf: assign to its leaves")
+        if isinstance(value, str):
+            _name(value, "enumerant name")
         self._tile._core.set(path, value)
+
+    def _member(self, key):
+        return self._at(self._resolve(key))
+
+    def _assign(self, key, value):
+        self._set_path(self._resolve(key), value)
 
     def _where(self):
         return self._path or self._tile.record
 
     def __getattr__(self, name):
-        if name.startswith("__"):
+        if name.startswith("_"):
             raise AttributeError(name)
-        return self._member(name)
+        try:
+            return self._member(name)
+        except (KeyError, TypeError) as e:
+            raise AttributeError(e.args[0]) from None
 
     def __setattr__(self, name, value):
-        self._assign(name, value)
+        _set_attribute(self, type(self), name, value)
+
+    def __delattr__(self, name):
+        raise AttributeError(f"the fields of a tile are set, not deleted: {name}")
 
     def __getitem__(self, key):
         return self._member(key)
@@ -345,27 +507,108 @@ class Node:
         self._assign(key, value)
 
     def __len__(self):
-        array, elements, members = self._branch
+        array, elements, members, *_ = self._branch
         return elements if array else len(members)
 
     def __iter__(self):
-        array, elements, members = self._branch
-        for key in range(elements) if array else members:
-            yield self._member(key)
+        array, elements, members, *_ = self._branch
+        if array:
+            return (self._member(i) for i in range(elements))
+        return iter(members)
+
+    def __contains__(self, item):
+        array, _, members, *_ = self._branch
+        if array:
+            return any(item == value for value in self)
+        if not _valid(item):
+            return False
+        if item in members:
+            return True
+        try:
+            self._at(self._join(item))
+        except KeyError:
+            return False
+        return True
+
+    def keys(self):
+        """A record's member names, or an array's indices, in bit order."""
+        array, elements, members, *_ = self._branch
+        return list(range(elements)) if array else list(members)
+
+    def items(self):
+        """(member name or index, value) in bit order; a value is an int or a Node."""
+        return [(key, self._member(key)) for key in self.keys()]
+
+    def values(self):
+        """The value of each member or element in bit order: an int or a Node."""
+        return [self._member(key) for key in self.keys()]
+
+    def to_dict(self):
+        """{path: value} of every leaf below, in bit order."""
+        everything = self._tile.to_dict()
+        if not self._path:
+            return everything
+        dot, bracket = self._path + ".", self._path + "["
+        return {path: value for path, value in everything.items()
+                if path.startswith(dot) or path.startswith(bracket)}
 
     def __dir__(self):
-        array, _, members = self._branch
-        return [] if array else list(members)
+        array, _, members, *_ = self._branch
+        return list(object.__dir__(self)) + ([] if array else list(members))
+
+    def __copy__(self):
+        return Node(self._tile, self._path, self._branch)
+
+    def __deepcopy__(self, memo):
+        return Node(copy.deepcopy(self._tile, memo), self._path, self._branch)
+
+    def __reduce__(self):
+        return Node, (self._tile, self._path)
 
     def __repr__(self):
-        array, elements, members = self._branch
+        array, elements, members, *_ = self._branch
         what = f"array of {elements}" if array else f"record of {len(members)} members"
-        return f"<archspec {self._where()}: {what}>"
+        return f"<archspec {self._where()}: {what}, {self.width} bits from bit {self.offset}>"
+
+
+def _set_attribute(node, owner, name, value):
+    """Sets member `name` of a record through attribute syntax; the attributes of the class
+    (`bits`, `path`, the methods) are read only, and a member of another name is an
+    AttributeError."""
+    if name.startswith("_") or hasattr(owner, name):
+        raise AttributeError(f"{name} of {owner.__name__.lower()} {node._where()} is read only"
+                             f"{'' if name.startswith('_') else f'; a member named {name} is set by item'}")
+    try:
+        node._assign(name, value)
+    except (KeyError, TypeError) as e:
+        raise AttributeError(e.args[0]) from None
+
+
+def _restore_tile(product, tile, data):
+    """A pickled tile: its generation, tile name and bytes."""
+    return generation(product).tile_from_bytes(tile, data)
+
+
+def _valid(text):
+    """Whether `text` is a str that can be a name: valid Unicode."""
+    if not isinstance(text, str):
+        return False
+    try:
+        text.encode("utf-8")
+    except UnicodeEncodeError:
+        return False
+    return True
 
 
 def _name(value, what):
     if not isinstance(value, str):
         raise TypeError(f"a {what} is a str, not {type(value).__name__}")
+    if not _valid(value):
+        shown = ascii(value)
+        if len(shown) > 200:
+            shown = f"{shown[:200]}... ({len(value)} characters)"
+        raise ValueError(f"the {what} {shown} is not valid Unicode text (it holds a lone "
+                         f"surrogate)")
     return value
 
 

@@ -83,18 +83,64 @@ TEST_F(FilesTest, WritesANewFileWithTheUsualModeAndLeavesNothingBeside) {
   EXPECT_EQ(Entries(), 1u);
 }
 
-TEST_F(FilesTest, ReplacesAFileKeepingItsModeAndALinkToIt) {
+TEST_F(FilesTest, ReplacesAFileKeepingItsModeAndWritesThroughALinkToIt) {
   const std::string target = Path("target.bits");
   Put(target, "old");
   ASSERT_EQ(::chmod(target.c_str(), 0640), 0);
   const std::string link = Path("link.bits");
   fs::create_symlink(target, link);
+  ASSERT_EQ(WriteFileWhole(target, "newer"), std::nullopt);
+  EXPECT_EQ(Contents(target), "newer");
   ASSERT_EQ(WriteFileWhole(link, "new"), std::nullopt);
   EXPECT_TRUE(fs::is_symlink(link));
   EXPECT_EQ(Contents(target), "new");
   EXPECT_EQ(fs::status(target).permissions(),
             fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read);
   EXPECT_EQ(Entries(), 2u);
+}
+
+TEST_F(FilesTest, WritesAFileWithOtherNamesWhereItIsAndKeepsItsNames) {
+  const std::string first = Path("first.bits");
+  const std::string second = Path("second.bits");
+  Put(first, "old contents");
+  ASSERT_EQ(::link(first.c_str(), second.c_str()), 0);
+  ASSERT_EQ(WriteFileWhole(second, "new"), std::nullopt);
+  EXPECT_EQ(Contents(first), "new");
+  EXPECT_EQ(fs::hard_link_count(first), 2u);
+  EXPECT_EQ(Entries(), 2u);
+}
+
+TEST_F(FilesTest, WritesToTheDescriptorThatAPathOfItsOwnNames) {
+  // /dev/fd/N is descriptor N itself: a file opened for appending keeps what it held.
+  const std::string log = Path("app.log");
+  Put(log, "before\n");
+  const int fd = ::open(log.c_str(), O_WRONLY | O_APPEND);
+  ASSERT_GE(fd, 0);
+  for (const std::string& name :
+       {"/dev/fd/" + std::to_string(fd), "/proc/self/fd/" + std::to_string(fd)}) {
+    ASSERT_EQ(WriteFileWhole(name, "output\n"), std::nullopt);
+  }
+  ::close(fd);
+  EXPECT_EQ(Contents(log), "before\noutput\noutput\n");
+  EXPECT_EQ(Entries(), 1u);
+  EXPECT_EQ(WriteFileWhole("/dev/fd/999", "x"), "cannot write /dev/fd/999: Bad file descriptor");
+}
+
+TEST_F(FilesTest, TakesANameAtTheFileSystemsLimit) {
+  const std::string out = Path(std::string(255, 'n').c_str());
+  ASSERT_EQ(WriteFileWhole(out, "1"), std::nullopt);
+  ASSERT_EQ(WriteFileWhole(out, "2"), std::nullopt);
+  EXPECT_EQ(Contents(out), "2");
+  EXPECT_EQ(Entries(), 1u);
+}
+
+TEST_F(FilesTest, RefusesAFileThatMayNotBeWritten) {
+  if (::geteuid() == 0) GTEST_SKIP() << "root may write any file";
+  const std::string out = Path("read_only.bits");
+  Put(out, "old");
+  ASSERT_EQ(::chmod(out.c_str(), 0444), 0);
+  EXPECT_EQ(WriteFileWhole(out, "new"), "cannot write " + out + ": Permission denied");
+  EXPECT_EQ(Contents(out), "old");
 }
 
 TEST_F(FilesTest, RefusesWhatCannotBeWrittenAndLeavesItAsItWas) {
