@@ -150,8 +150,7 @@ class SignalsHeld {
 };
 
 // Writes `data` over what `fd` holds from its position (or appends, for a descriptor opened so).
-std::optional<std::string> WriteDescriptor(int fd, const std::string& name,
-                                           std::string_view data) {
+std::optional<std::string> WriteDescriptor(int fd, const std::string& name, std::string_view data) {
   if (const auto error = WriteAll(fd, data)) return "cannot write " + name + ": " + *error;
   return std::nullopt;
 }

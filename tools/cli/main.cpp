@@ -191,7 +191,7 @@ std::string ConfigurationFile(TileRecord& record, const std::vector<uint64_t>& v
 
 // To the file of -o, whole or not at all, or to the command's output.
 void Emit(const std::string& path, const std::string& data, std::string& out) {
-  if (path == "-") {
+  if (path.empty() || path == "-") {
     out += data;
     return;
   }
@@ -262,8 +262,8 @@ void RunGet(const Options& options, std::string& out) {
   for (const std::string& name : options.names) {
     const Accessor* accessor = FindAccessor(name);
     if (accessor == nullptr) {
-      std::string message =
-          "no accessor named " + (name.empty() ? std::string("'' (an empty name)") : EchoText(name));
+      std::string message = "no accessor named " +
+                            (name.empty() ? std::string("'' (an empty name)") : EchoText(name));
       if (hints < limits.max_hints) {
         ++hints;
         const std::string nearest = NearestAccessor(name);
@@ -711,8 +711,8 @@ int Main(int argc, char** argv, std::string& out) {
   AddTile(encode, options);
   encode->add_option("FILE", options.file, "Sparse listing; - for stdin")->required();
   encode->add_flag("--bytes", options.bytes, "Write packed bytes instead of '0'/'1' text");
-  CLI::Option* encode_output = encode->add_option("-o,--output", options.output,
-                                                  "Output file (default: standard output)");
+  CLI::Option* encode_output =
+      encode->add_option("-o,--output", options.output, "Output file (default: standard output)");
   AddForce(encode, options);
   encode->footer(
       "Examples:\n"
@@ -727,9 +727,9 @@ int Main(int argc, char** argv, std::string& out) {
   patch->add_option("DELTA", options.file_b, "Sparse listing of the leaves to change; - for stdin")
       ->required();
   patch->add_flag("--bytes", options.bytes, "CONFIG holds packed bytes, and so will the output");
-  CLI::Option* patch_output = patch->add_option(
-      "-o,--output", options.output,
-      "Output file, replaced only once complete; may be CONFIG itself");
+  CLI::Option* patch_output =
+      patch->add_option("-o,--output", options.output,
+                        "Output file, replaced only once complete; may be CONFIG itself");
   AddForce(patch, options);
   patch->footer(
       "Leaves that DELTA does not name keep their values in CONFIG.\n"
@@ -831,7 +831,24 @@ int Main(int argc, char** argv, std::string& out) {
 }  // namespace
 }  // namespace archspec
 
+namespace {
+
+// Memory kept aside and given back when memory runs out, so that unwinding (which frees, and may
+// need a little memory to free a large JSON document) and the complaint have room.
+char* memory_reserve = nullptr;
+
+void OutOfMemory() {
+  delete[] memory_reserve;
+  memory_reserve = nullptr;
+  std::set_new_handler(nullptr);
+  throw std::bad_alloc();
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
+  memory_reserve = new (std::nothrow) char[4 << 20];
+  std::set_new_handler(OutOfMemory);
   // A closed pipe is a write error like any other, not a signal that ends the process: the
   // writes that meet one say so (and standard output's ends the command quietly, below).
   std::signal(SIGPIPE, SIG_IGN);
@@ -840,8 +857,11 @@ int main(int argc, char** argv) {
   try {
     status = archspec::Main(argc, argv, out);
   } catch (const std::bad_alloc&) {
-    // Memory ran out: nothing of the result is written, as for any other failure.
-    archspec::Complain("out of memory");
+    // Memory ran out: nothing of the result is written, as for any other failure, and the
+    // complaint needs no memory of its own.
+    std::string().swap(out);
+    static constexpr char kMessage[] = "archspec: error: out of memory\n";
+    (void)!::write(STDERR_FILENO, kMessage, sizeof kMessage - 1);
     return archspec::kBadData;
   }
   if (const std::optional<std::string> error = archspec::WriteAll(STDOUT_FILENO, out)) {
