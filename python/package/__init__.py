@@ -70,7 +70,7 @@ def generation(name):
     if not isinstance(name, str):
         raise TypeError(f"a generation is named by its product name, a str, not "
                         f"{type(name).__name__}")
-    core = _core.Generation.find(name)
+    core = _core.Generation.find(_name(name, "generation name"))
     found = _generations.get(core.product)
     if found is None:
         found = _generations[core.product] = Generation(core)
@@ -358,7 +358,8 @@ class Tile:
             raise TypeError(f"a bit position is an int, not {type(bit).__name__}")
         if not -2**63 <= bit < 2**63:  # too long to write out in a message
             raise IndexError(f"bit {'-' if bit < 0 else ''}2**{abs(bit).bit_length() - 1}... lies "
-                             f"outside {self._core.describe()}, which has bits 0 to "
+                             f"outside {self.record} of {self._generation._core.label}, which "
+                             f"has bits 0 to "
                              f"{self.bits - 1}")
         return Where(*self._core.where(bit))
 

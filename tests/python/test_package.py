@@ -46,7 +46,7 @@ class TestGenerations:
         assert (g.product, g.code_name, g.records, g.version) == ("mk43", "ry", "ry", "3")
 
     @pytest.mark.parametrize("name, words", [
-        ("ry", 'Invalid architecture version in --arch: "ry"'),
+        ("ry", 'Invalid architecture version: "ry"; the generations are mk41, mk42, mk43 and mk44'),
         ("native", "Architecture autodetection is not supported"),
         ("", "Can't determine target architecture version"),
     ])
@@ -155,11 +155,11 @@ class TestRefusals:
         t = archspec.generation("mk43").tile("pcu")
         with pytest.raises(KeyError, match="did you mean simd_structIn"):
             t["simd_structIn[0][4].stage_opcod"]
-        with pytest.raises(KeyError, match="is a record in pcu_config_struct, not a leaf"):
-            t["simd_structIn[0][4]"]
+        with pytest.raises(KeyError, match=r"unknown path simd_structIn\[0\]\[9\] in pcu_config_struct"):
+            t["simd_structIn[0][9]"]
         with pytest.raises(IndexError, match="index 9 out of range for simd_structIn, which has 4"):
             t.simd_structIn[9]
-        with pytest.raises(TypeError, match="array of 4 elements"):
+        with pytest.raises(AttributeError, match="array of 4 elements"):
             t.simd_structIn.stage_opcode
         with pytest.raises(AttributeError, match="unknown path"):
             t.no_such_field
