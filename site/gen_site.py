@@ -163,6 +163,7 @@ def main(argv=None):
     parser.add_argument("--decoder-module", help="the decoder page's module, where it was built")
     args = parser.parse_args(argv)
     sys.path.insert(0, os.path.abspath(args.gen_dir))
+    import decode_page
     import facts
 
     try:
@@ -173,9 +174,12 @@ def main(argv=None):
     files = site_files(gathered, args.decoder_module)
     write_site(args.out, files)
     pages = sum(name.endswith(".html") for name in files)
-    largest = max((len(text.encode()), name) for name, text in files.items())
+    largest = max((len(text.encode()), name) for name, text in files.items()
+                  if name.endswith(".html"))
+    module = f"; the decoder's module {len(files[decode_page.MODULE]) / 1e6:.1f} MB" \
+        if args.decoder_module else ""
     print(f"reference site: {pages} pages in {args.out}; the largest, {largest[1]}, "
-          f"{largest[0] / 1e6:.1f} MB")
+          f"{largest[0] / 1e6:.1f} MB{module}")
     return 0
 
 

@@ -252,7 +252,10 @@ def _tree_rows(node, records_page, depth, opened, out):
         # Long names break after an underscore, never inside a word.
         name, regs = escape(child.name).replace("_", "_<wbr>"), registers(*child.regs)
         if child.leaf:
-            out.append(f'<div class="r" id="{escape(child.path)}"><span class="n">{name}</span>'
+            kind = child.leaf.get("type")  # the enumeration type of its codes, if it has one
+            typed = f' data-type="{escape(kind)}"' if kind else ""
+            out.append(f'<div class="r" id="{escape(child.path)}"{typed}>'
+                       f'<span class="n">{name}</span>'
                        f'<span>{child.first}</span><span>{child.bits}</span><span>{regs}</span>'
                        f'</div>')
             continue

@@ -2,6 +2,7 @@
 
 #include <charconv>
 #include <cstdio>
+#include <cstdlib>
 
 namespace zu {
 namespace format_internal {
@@ -66,8 +67,19 @@ void format_value(format_internal::Buffer& out, bool value) { out.write(value ? 
 
 void format_value(format_internal::Buffer& out, double value) {
   char text[64];
+#ifdef __EMSCRIPTEN__
+  // The WebAssembly build's standard library has no floating-point to_chars: the shortest of
+  // printf's forms that reads back as the same value, which is what to_chars writes.
+  int length = 0;
+  for (int digits = 1; digits <= 17; ++digits) {
+    length = std::snprintf(text, sizeof text, "%.*g", digits, value);
+    if (std::strtod(text, nullptr) == value) break;
+  }
+  out.write(std::string_view(text, static_cast<size_t>(length)));
+#else
   const auto result = std::to_chars(text, text + sizeof text, value);
   out.write(std::string_view(text, result.ptr - text));
+#endif
 }
 
 void format_value(format_internal::Buffer& out, QuoteFormat::Adapter<std::string> quoted) {

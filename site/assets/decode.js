@@ -57,7 +57,8 @@
     svg.setAttribute("viewBox", `0 0 ${width} ${rows * pitch}`);
     const parts = [];
     for (let r = 0; r < rows; r++) {
-      parts.push(`<text class="o" x="${gutter - 4}" y="${r * pitch + 12}">${r * bitsPerRow}</text>`);
+      parts.push(`<text class="o" x="${gutter - 4}" y="${r * pitch + 12}">` +
+                 `${r * bitsPerRow}</text>`);
     }
     for (const leaf of layout.leaves) {
       let [offset, left] = [leaf.offset, leaf.width];
@@ -78,14 +79,34 @@
     mapPane.append(svg);
   }
 
-  // Shows the module's configuration: its listing, its bits, and its non-zero leaves lit.
+  // Shows the module's configuration: its listing, its bits, its non-zero leaves lit, and what
+  // `check` finds in it.
   function show() {
     const text = module.listing();
     listing.textContent = text;
+    const found = JSON.parse(module.check());
+    findings.replaceChildren(...found.map((line) => {
+      const div = document.createElement("div");
+      div.textContent = line;
+      return div;
+    }));
+    $("check-note").textContent = found.length
+      ? `${found.length} ${found.length === 1 ? "leaf" : "leaves"} with a value that is no code ` +
+        "of its type"
+      : "Every leaf with an enumeration type holds one of its codes, or zero.";
     $("bits").textContent = module.bits();
     for (const g of mapPane.querySelectorAll("#bitmap g.on")) g.classList.remove("on");
     const lit = module.nonZero();
     for (let i = 0; i < lit.size(); i++) boxes[lit.get(i)].classList.add("on");
+    if (lit.size()) {
+      // The first leaf set in view, once the page is drawn.
+      const first = boxes[lit.get(0)];
+      requestAnimationFrame(() => {
+        const top = mapPane.querySelector("#bitmap").getBoundingClientRect().top -
+          mapPane.getBoundingClientRect().top + mapPane.scrollTop;
+        mapPane.scrollTop = Math.max(0, top + first.getBBox().y - 60);
+      });
+    }
     $("summary").textContent = `${lit.size()} of ${layout.leaves.length} leaves set · ` +
       `${layout.record} of ${layout.arch}`;
     lit.delete();
@@ -173,7 +194,7 @@
     name.textContent = leaf.path;
     const facts = document.createElement("small");
     facts.textContent = `offset ${leaf.offset} · width ${leaf.width} · registers ${regs}` +
-      (g.classList.contains("on") ? " · set" : "");
+      (leaf.type ? ` · ${leaf.type}` : "") + (g.classList.contains("on") ? " · set" : "");
     tip.replaceChildren(name, facts);
     tip.hidden = false;
     tip.style.left = Math.min(event.clientX + 14, innerWidth - tip.offsetWidth - 4) + "px";
@@ -219,7 +240,6 @@
   ArchspecDecoder().then((loaded) => {
     times.load = performance.now() - started;
     module = loaded;
-    $("check-note").textContent = "check is not available yet";
     if (open()) show();
     document.body.dataset.decoder = "ready";
   });

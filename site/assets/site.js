@@ -311,8 +311,8 @@
     const row = event.target.closest(".r");
     light(row ? row.id : null);
   });
-  // The tooltip at the pointer: the leaf's path, and its offset, width and registers as its row
-  // in the tree gives them.
+  // The tooltip at the pointer: the leaf's path, and its offset, width, registers and type as its
+  // row in the tree gives them.
   const tip = document.createElement("div");
   tip.id = "tip";
   tip.hidden = true;
@@ -329,10 +329,11 @@
       tipped = g;
       const path = pathOf(g);
       status.textContent = path;
-      const [, offset, width, regs] = document.getElementById(path).children;
+      const row = document.getElementById(path);
+      const [, offset, width, regs] = row.children;
       const facts = document.createElement("small");
       facts.textContent = `offset ${offset.textContent} · width ${width.textContent} · ` +
-        `registers ${regs.textContent}` + (g.dataset.type ? ` · ${g.dataset.type}` : "");
+        `registers ${regs.textContent}` + (row.dataset.type ? ` · ${row.dataset.type}` : "");
       const name = document.createElement("b");
       name.textContent = path;
       tip.replaceChildren(name, facts);

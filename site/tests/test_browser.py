@@ -306,8 +306,8 @@ class BrowserTest(unittest.TestCase):
 
 def tool(*args, data=None, cwd=None):
     """The archspec tool's run: (status, standard output, standard error)."""
-    done = subprocess.run([ARGS.archspec, *args], input=data, capture_output=True, cwd=cwd,
-                          check=False)
+    done = subprocess.run([os.path.abspath(ARGS.archspec), *args], input=data, cwd=cwd,
+                          capture_output=True, check=False)
     return done.returncode, done.stdout.decode(), done.stderr.decode()
 
 
@@ -351,13 +351,22 @@ class DecoderTest(unittest.TestCase):
                     document.getElementById('error').textContent];""", arch, tile, text)
 
     def assert_decodes_as_the_tool(self, arch, tile, bits):
+        """The listing is `decode --format sparse`'s, the findings the lines of `check`."""
         listing, error = self.decode(arch, tile, bits)
         status, expected, _ = tool("decode", "--arch", arch, tile, "-", "--format", "sparse",
                                    data=bits.encode())
         self.assertEqual(status, 0)
         self.assertEqual(error, "")
         self.assertEqual(listing, expected)
+        self.assert_findings_are_checks(arch, tile, bits)
         return listing
+
+    def assert_findings_are_checks(self, arch, tile, bits):
+        _, checked, _ = tool("check", "--arch", arch, tile, "-", data=bits.encode())
+        found = self.js("return [...document.getElementById('findings').children]"
+                        ".map(e => e.textContent)")
+        self.assertEqual(found, checked.splitlines()[:-1])  # all but the count
+        return found
 
     def test_the_example_program_and_a_random_configuration_of_every_tile(self):
         example = os.path.join(sitecheck.SOURCE, "examples", "pcu_program.sparse")
@@ -423,8 +432,16 @@ class DecoderTest(unittest.TestCase):
                 self.assertEqual(error, "")
                 before = self.patched(before, path, value)
                 with open(before, encoding="utf-8") as f:
-                    self.assertEqual(self.js("return document.getElementById('bits')"
-                                             ".textContent"), f.read())
+                    bits = f.read()
+                self.assertEqual(self.js("return document.getElementById('bits').textContent"),
+                                 bits)
+        # A code of no name of the leaf's type is set as the tool sets it, and found.
+        self.js("""
+            document.getElementById('path').value = 'simd_structIn[0][0].data_format';
+            document.getElementById('value').value = '31';
+            document.getElementById('set').click();""")
+        self.assertEqual(len(self.assert_findings_are_checks("mk43", "pcu", self.js(
+            "return document.getElementById('bits').textContent"))), 1)
 
     def patched(self, config, path, value):
         """`archspec patch` of `config` with the one line `path = value`, as a file."""
