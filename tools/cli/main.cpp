@@ -18,6 +18,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
+#include <map>
 #include <memory>
 #include <new>
 #include <optional>
@@ -38,6 +39,7 @@
 #include "Nearest.h"
 #include "Sparse.h"
 #include "Tile.h"
+#include "TreeText.h"
 #include "compiler/arch_spec/ArchSpec.h"
 #include "compiler/arch_spec/ArchVersion.h"
 
@@ -104,16 +106,20 @@ struct Options {
   std::string output;
   bool exit_code = false;
   bool codes = false;
+  bool nonzero = false;
 };
 
-// The generation named by --arch, chosen for the whole process. The refusal is the library's own,
-// with the name as complaints echo input.
-ArchVersion SelectArch(const std::string& name) {
+// The generation named by --arch (or by `source`, a listing's header), chosen for the whole
+// process. The refusal is the library's own, with the name as complaints echo input.
+ArchVersion SelectArch(const std::string& name, const std::string& source = "--arch") {
   std::string error;
   const ArchVersion version = ArchVersion::expect_parse(name, error);
   if (version.major == 0) {
     const size_t at = name.empty() ? std::string::npos : error.find(name);
     if (at != std::string::npos) error.replace(at, name.size(), EchoText(name));
+    if (const size_t in = error.find("in --arch"); in != std::string::npos && source != "--arch") {
+      error.replace(in, 9, "in " + source);
+    }
     Fail(kBadUsage, error);
   }
   zu::spec::ArchSpec::set_arch(version);
@@ -128,18 +134,54 @@ const TileType& SelectTile(const std::string& name) {
   return *tile;
 }
 
-std::unique_ptr<TileRecord> OpenTile(const Options& options) {
-  const ArchVersion version = SelectArch(options.arch);
-  const TileType& tile = SelectTile(options.tile);
-  std::unique_ptr<TileRecord> record = TileRecord::Create(version, tile);
+// A file's whole content, read once: a listing whose header names the tile is read again, and
+// standard input can only be read once.
+const std::string& ReadFile(const std::string& path, const InputLimit& limit) {
+  static std::map<std::string, std::string> read;
+  if (const auto found = read.find(path); found != read.end()) return found->second;
+  InputResult input = ReadInput(path, limit);
+  if (!input.ok()) Fail(kBadData, input.error);
+  return read.emplace(path, std::move(input.data)).first->second;
+}
+
+// The tile of the command: the generation of --arch and the TILE given, or where either is left
+// out, what the header of the sparse listing `listing` names (`# archspec mk43 pcu`).
+std::unique_ptr<TileRecord> OpenTile(const Options& options, const std::string& listing = "") {
+  std::string arch = options.arch;
+  std::string tile = options.tile;
+  std::string source = "--arch";
+  if ((arch.empty() || tile.empty()) && !listing.empty()) {
+    if (const std::optional<ListingHeader> header =
+            ReadListingHeader(ReadFile(listing, kListingLimit))) {
+      if (arch.empty()) {
+        arch = header->generation;
+        source = "the header of " + InputName(listing);
+      }
+      if (tile.empty()) tile = header->tile;
+    }
+  }
+  const ArchVersion version = SelectArch(arch, source);
+  if (tile.empty()) {
+    Fail(kBadUsage, std::string("TILE is required: pcu, pmu, switch or agcu") +
+                        (listing.empty() ? "" : ", unless the listing's header names it"));
+  }
+  std::unique_ptr<TileRecord> record = TileRecord::Create(version, SelectTile(tile));
   if (record == nullptr) Fail(kBadUsage, GenerationLabel(version) + " has no tile records");
   return record;
 }
 
-std::string ReadFile(const std::string& path, const InputLimit& limit) {
-  InputResult input = ReadInput(path, limit);
-  if (!input.ok()) Fail(kBadData, input.error);
-  return std::move(input.data);
+// TILE may be left out before the files of a command where a listing's header names it: the
+// operands given then move up to the files, and those still missing are a usage error.
+void PlaceOperands(Options& options, const std::vector<const char*>& files) {
+  std::vector<std::string*> slots{&options.tile, &options.file, &options.file_b};
+  slots.resize(files.size() + 1);
+  if (slots.back()->empty()) {
+    for (size_t i = slots.size() - 1; i > 0; --i) *slots[i] = std::move(*slots[i - 1]);
+    slots[0]->clear();
+  }
+  for (size_t i = 0; i < files.size(); ++i) {
+    if (slots[i + 1]->empty()) Fail(kBadUsage, std::string(files[i]) + " is required");
+  }
 }
 
 [[noreturn]] void ReportAndExit(const std::string& file, const std::vector<Diagnostic>& errors) {
@@ -428,14 +470,24 @@ void RunDecode(const Options& options, std::string& out) {
     Fail(kBadUsage,
          "--all lists zero leaves with --format sparse or json; the tree shows every leaf already");
   }
-  const std::unique_ptr<TileRecord> record = OpenTile(options);
-  const std::vector<uint64_t> values = LoadConfiguration(
-      *record, options.file, options.bytes ? InputForm::kBytes : InputForm::kBits);
+  if (options.nonzero && options.format != "tree") {
+    Fail(kBadUsage,
+         "--nonzero leaves zero leaves out of the tree; --format sparse and json list "
+         "the non-zero leaves only already");
+  }
+  const std::unique_ptr<TileRecord> record =
+      OpenTile(options, options.sparse ? options.file : std::string());
+  const InputForm form = options.bytes    ? InputForm::kBytes
+                         : options.sparse ? InputForm::kSparse
+                                          : InputForm::kBits;
+  const std::vector<uint64_t> values =
+      LoadConfiguration(*record, options.file, form, options.force);
   // Codes by name unless --codes asks for the numbers alone.
   const Naming* names = options.codes ? nullptr : &NamingOf(*record);
   if (options.format == "tree") {
-    const std::string tree = record->WriteTree(values);
-    out += names == nullptr ? tree : names->NameTree(tree, values);
+    std::string tree = record->WriteTree(values);
+    if (names != nullptr) tree = names->NameTree(tree, values);
+    out += options.nonzero ? NonzeroTree(tree) : tree;
   } else if (options.format == "sparse") {
     out += WriteSparse(record->layout(), values, {record->ListingHeaderLine()}, options.all, names);
   } else {
@@ -458,7 +510,7 @@ void RunDecode(const Options& options, std::string& out) {
 }
 
 void RunEncode(const Options& options, std::string& out) {
-  const std::unique_ptr<TileRecord> record = OpenTile(options);
+  const std::unique_ptr<TileRecord> record = OpenTile(options, options.file);
   const std::vector<uint64_t> values =
       LoadConfiguration(*record, options.file, InputForm::kSparse, options.force);
   Emit(options.output, ConfigurationFile(*record, values, options.bytes), out);
@@ -466,7 +518,7 @@ void RunEncode(const Options& options, std::string& out) {
 
 void RunPatch(const Options& options, std::string& out) {
   OneStandardInput(options.file, options.file_b, "CONFIG and DELTA");
-  const std::unique_ptr<TileRecord> record = OpenTile(options);
+  const std::unique_ptr<TileRecord> record = OpenTile(options, options.file_b);
   const std::vector<uint64_t> config = LoadConfiguration(
       *record, options.file, options.bytes ? InputForm::kBytes : InputForm::kBits);
   const SparseResult delta = LoadListing(*record, options.file_b, options.force);
@@ -475,7 +527,8 @@ void RunPatch(const Options& options, std::string& out) {
 
 void RunDiff(const Options& options, std::string& out) {
   OneStandardInput(options.file, options.file_b, "A and B");
-  const std::unique_ptr<TileRecord> record = OpenTile(options);
+  const std::unique_ptr<TileRecord> record =
+      OpenTile(options, options.sparse ? options.file : std::string());
   const InputForm form = options.bytes    ? InputForm::kBytes
                          : options.sparse ? InputForm::kSparse
                                           : InputForm::kBits;
@@ -530,7 +583,8 @@ void RunDiff(const Options& options, std::string& out) {
 
 // Every typed leaf whose value is no code of its type: exit status 1 if there is one.
 void RunCheck(const Options& options, std::string& out) {
-  const std::unique_ptr<TileRecord> record = OpenTile(options);
+  const std::unique_ptr<TileRecord> record =
+      OpenTile(options, options.sparse ? options.file : std::string());
   const InputForm form = options.bytes    ? InputForm::kBytes
                          : options.sparse ? InputForm::kSparse
                                           : InputForm::kBits;
@@ -576,6 +630,13 @@ CLI::App* AddArch(CLI::App* command, Options& options) {
 
 void AddTile(CLI::App* command, Options& options) {
   command->add_option("TILE", options.tile, "Tile: pcu, pmu, switch or agcu")->required();
+}
+
+// TILE and --arch for a command that reads a listing, whose header may name them instead.
+void AddTileOrHeader(CLI::App* command, Options& options) {
+  command->add_option("TILE", options.tile,
+                      "Tile: pcu, pmu, switch or agcu; may be left out (and so may --arch) where "
+                      "a listing's header names it");
 }
 
 void AddForce(CLI::App* command, Options& options) {
@@ -690,10 +751,16 @@ int Main(int argc, char** argv, std::string& out) {
 
   CLI::App* decode = AddArch(
       app.add_subcommand("decode", "Print a configuration: tree, sparse listing or JSON"), options);
-  AddTile(decode, options);
-  decode->add_option("FILE", options.file, "Text of '0'/'1' (or bytes with --bytes); - for stdin")
-      ->required();
-  decode->add_flag("--bytes", options.bytes, "FILE holds the packed bytes");
+  AddTileOrHeader(decode, options);
+  decode->add_option("FILE", options.file,
+                     "Text of '0'/'1' (or bytes with --bytes, a listing with --sparse); - for "
+                     "stdin");
+  CLI::Option* decode_bytes =
+      decode->add_flag("--bytes", options.bytes, "FILE holds the packed bytes");
+  decode->add_flag("--sparse", options.sparse, "FILE is a sparse listing")->excludes(decode_bytes);
+  decode->add_flag("--nonzero", options.nonzero,
+                   "tree: only the non-zero leaves and the records and arrays that hold them");
+  AddForce(decode, options);
   decode->add_option("--format", options.format, "tree (default), sparse or json")
       ->check(CLI::IsMember({"tree", "sparse", "json"}));
   decode->add_flag("--all", options.all, "sparse and json: list zero leaves too");
@@ -708,8 +775,8 @@ int Main(int argc, char** argv, std::string& out) {
 
   CLI::App* encode =
       AddArch(app.add_subcommand("encode", "Write the bits of a sparse listing"), options);
-  AddTile(encode, options);
-  encode->add_option("FILE", options.file, "Sparse listing; - for stdin")->required();
+  AddTileOrHeader(encode, options);
+  encode->add_option("FILE", options.file, "Sparse listing; - for stdin");
   encode->add_flag("--bytes", options.bytes, "Write packed bytes instead of '0'/'1' text");
   CLI::Option* encode_output =
       encode->add_option("-o,--output", options.output, "Output file (default: standard output)");
@@ -721,11 +788,9 @@ int Main(int argc, char** argv, std::string& out) {
 
   CLI::App* patch = AddArch(
       app.add_subcommand("patch", "Apply a sparse listing of changes to a configuration"), options);
-  AddTile(patch, options);
-  patch->add_option("CONFIG", options.file, "Text of '0'/'1' (or bytes with --bytes); - for stdin")
-      ->required();
-  patch->add_option("DELTA", options.file_b, "Sparse listing of the leaves to change; - for stdin")
-      ->required();
+  AddTileOrHeader(patch, options);
+  patch->add_option("CONFIG", options.file, "Text of '0'/'1' (or bytes with --bytes); - for stdin");
+  patch->add_option("DELTA", options.file_b, "Sparse listing of the leaves to change; - for stdin");
   patch->add_flag("--bytes", options.bytes, "CONFIG holds packed bytes, and so will the output");
   CLI::Option* patch_output =
       patch->add_option("-o,--output", options.output,
@@ -739,9 +804,9 @@ int Main(int argc, char** argv, std::string& out) {
 
   CLI::App* diff = AddArch(
       app.add_subcommand("diff", "The leaves whose values differ between two configs"), options);
-  AddTile(diff, options);
-  diff->add_option("A", options.file, "First configuration")->required();
-  diff->add_option("B", options.file_b, "Second configuration")->required();
+  AddTileOrHeader(diff, options);
+  diff->add_option("A", options.file, "First configuration");
+  diff->add_option("B", options.file_b, "Second configuration");
   CLI::Option* diff_bytes = diff->add_flag("--bytes", options.bytes, "Both files hold bytes");
   diff->add_flag("--sparse", options.sparse, "Both files are sparse listings")
       ->excludes(diff_bytes);
@@ -759,9 +824,8 @@ int Main(int argc, char** argv, std::string& out) {
 
   CLI::App* check = AddArch(
       app.add_subcommand("check", "The leaves whose values are no code of their types"), options);
-  AddTile(check, options);
-  check->add_option("FILE", options.file, "Configuration: '0'/'1' text, bytes or a listing")
-      ->required();
+  AddTileOrHeader(check, options);
+  check->add_option("FILE", options.file, "Configuration: '0'/'1' text, bytes or a listing");
   CLI::Option* check_bytes = check->add_flag("--bytes", options.bytes, "FILE holds the packed bytes");
   check->add_flag("--sparse", options.sparse, "FILE is a sparse listing")->excludes(check_bytes);
   check->add_option("--format", options.format, "text (default) or json")
@@ -814,6 +878,9 @@ int Main(int argc, char** argv, std::string& out) {
     if (constraints->parsed()) RunList(options, {AccessorKind::kConstraint}, out);
     if (layout->parsed()) RunLayout(options, out);
     if (where->parsed()) RunWhere(options, out);
+    if (decode->parsed() || encode->parsed() || check->parsed()) PlaceOperands(options, {"FILE"});
+    if (patch->parsed()) PlaceOperands(options, {"CONFIG", "DELTA"});
+    if (diff->parsed()) PlaceOperands(options, {"A", "B"});
     if (decode->parsed()) {
       if (options.format.empty()) options.format = "tree";
       RunDecode(options, out);
