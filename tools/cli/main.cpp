@@ -170,12 +170,13 @@ std::unique_ptr<TileRecord> OpenTile(const Options& options, const std::string& 
   return record;
 }
 
-// TILE may be left out before the files of a command where a listing's header names it: the
-// operands given then move up to the files, and those still missing are a usage error.
+// TILE may be left out before the files of a command where a listing's header names it: when
+// the last file is missing and the first operand names no tile, the operands move up to the
+// files, and those still missing are a usage error.
 void PlaceOperands(Options& options, const std::vector<const char*>& files) {
   std::vector<std::string*> slots{&options.tile, &options.file, &options.file_b};
   slots.resize(files.size() + 1);
-  if (slots.back()->empty()) {
+  if (slots.back()->empty() && FindTileType(options.tile) == nullptr) {
     for (size_t i = slots.size() - 1; i > 0; --i) *slots[i] = std::move(*slots[i - 1]);
     slots[0]->clear();
   }
