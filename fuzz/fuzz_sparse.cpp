@@ -59,8 +59,8 @@ const Fixture& Pcu() {
         f.hints.emplace_back(name);
       }
     }
-    f.small_names = [&hints = f.hints, names = f.names](std::string_view name) {
-      NamedValue named = names(name);
+    f.small_names = [&hints = f.hints, names = f.names](std::string_view name, size_t leaf) {
+      NamedValue named = names(name, leaf);
       if (named.nearest) {
         named.nearest = [&hints, key = std::string(name)] {
           NearestName nearest(key);

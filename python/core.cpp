@@ -11,6 +11,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <span>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -165,7 +166,8 @@ std::string ProductNames() {
 std::string GenerationRefusal(const std::string& name) {
   if (name.empty()) {
     return "Can't determine target architecture version: the name is empty; the generations "
-           "are " + ProductNames();
+           "are " +
+           ProductNames();
   }
   if (name == "native") {
     return "Architecture autodetection is not supported: name the generation, one of " +
@@ -300,7 +302,9 @@ class Tile {
       const std::string name = value.cast<std::string>();
       number = generation_->Code(name);  // KeyError or NotAnswered for a name it does not answer
       const NamedValue typed = naming().Resolve(leaf, name);
-      if (!typed.value.has_value()) throw py::value_error(path + " = " + typed.error);
+      if (!typed.value.has_value()) {
+        throw py::value_error(path + " = " + EchoText(name) + ": " + typed.error);
+      }
     } else if (py::isinstance<py::int_>(value)) {
       const py::int_ integer = py::reinterpret_borrow<py::int_>(value);
       if (integer < py::int_(0)) {
@@ -347,10 +351,37 @@ class Tile {
     const std::vector<uint8_t> bytes = record_->WriteBytes(values_);
     return py::bytes(reinterpret_cast<const char*>(bytes.data()), bytes.size());
   }
-  std::string ToSparse() const {
-    return WriteSparse(layout(), values_, {record_->ListingHeaderLine()});
+  // The listing as `archspec decode --format sparse` writes it: codes by name unless `codes`.
+  std::string ToSparse(bool codes) const {
+    return WriteSparse(layout(), values_, {record_->ListingHeaderLine()}, false,
+                       codes ? nullptr : &naming());
   }
-  std::string ToTree() { return record_->WriteTree(values_); }
+  std::string ToTree(bool codes) {
+    const std::string tree = record_->WriteTree(values_);
+    return codes ? tree : naming().NameTree(tree, values_);
+  }
+
+  // The enumeration type of the leaf at `path`, or None.
+  py::object TypeOf(const std::string& path) const {
+    const Enumeration* type = naming().TypeOf(LeafOf(path));
+    return type == nullptr ? py::none() : py::object(py::str(std::string(type->name())));
+  }
+
+  // (path, offset, width, value, type, [(name, code)]) of every typed leaf whose value is no
+  // code of its type, as `archspec check` lists them.
+  py::list Check() const {
+    py::list out;
+    for (const Finding& finding : naming().Check(values_)) {
+      const Leaf& leaf = layout().leaves()[finding.leaf];
+      py::list nearest;
+      for (const EnumName& name : finding.nearest) {
+        nearest.append(py::make_tuple(std::string(name.name), name.code));
+      }
+      out.append(py::make_tuple(leaf.path, leaf.offset, leaf.width, finding.value,
+                                std::string(finding.type->name()), nearest));
+    }
+    return out;
+  }
 
   py::tuple Paths() const {
     const std::vector<Leaf>& leaves = layout().leaves();
@@ -388,11 +419,18 @@ class Tile {
 
   // {path: value} in bit order, of every leaf or of those not 0; `paths` is Paths(), which the
   // package keeps, so that no path is made into a Python string again.
-  py::dict Values(const py::tuple& paths, bool nonzero_only) const {
+  // With `names`, a typed leaf's value is the name of its code where it has one.
+  py::dict Values(const py::tuple& paths, bool nonzero_only, bool names) const {
     py::dict out;
     for (size_t i = 0; i < values_.size(); ++i) {
       if (nonzero_only && values_[i] == 0) continue;
-      out[paths[i]] = py::int_(values_[i]);
+      const std::span<const EnumName> found =
+          names ? naming().NamesOf(i, values_[i]) : std::span<const EnumName>();
+      if (found.empty()) {
+        out[paths[i]] = py::int_(values_[i]);
+      } else {
+        out[paths[i]] = py::str(std::string(found[0].name));
+      }
     }
     return out;
   }
@@ -471,6 +509,41 @@ PYBIND11_MODULE(_core, m) {
       .def("names", &Generation::Names)
       .def("answers", &Generation::Answered)
       .def("value", &Generation::Value)
+      .def("enumerations",
+           [](const Generation& g) {
+             // {type: {name: code}} of every enumeration the generation answers.
+             py::dict out;
+             for (const Enumeration& type : Enumerations::Of(g.row().version)->all()) {
+               py::dict names;
+               for (const EnumName& name : type.names()) {
+                 names[py::str(std::string(name.name))] = py::int_(name.code);
+               }
+               out[py::str(std::string(type.name()))] = names;
+             }
+             return out;
+           })
+      .def("fields_of",
+           [](Generation& g, const std::string& type) {
+             // {tile: [path]} of the leaves of each tile that take `type`.
+             if (Enumerations::Of(g.row().version)->Find(type) == nullptr) {
+               throw py::key_error(g.Label() + " answers no enumeration type named " +
+                                   EchoText(type));
+             }
+             py::dict out;
+             for (const TileType& tile : TileTypes()) {
+               const TileRecord& record = SharedRecord(g, tile);
+               const Naming& naming = *Naming::Of(record);
+               py::list paths;
+               for (size_t i = 0; i < record.layout().leaves().size(); ++i) {
+                 const Enumeration* of = naming.TypeOf(i);
+                 if (of != nullptr && of->name() == type) {
+                   paths.append(record.layout().leaves()[i].path);
+                 }
+               }
+               out[py::str(tile.name)] = paths;
+             }
+             return out;
+           })
       .def("code", &Generation::Code);
 
   py::class_<Tile>(m, "Tile")
@@ -492,8 +565,10 @@ PYBIND11_MODULE(_core, m) {
       .def("span", &Tile::Span)
       .def("to_bits", &Tile::ToBits)
       .def("to_bytes", &Tile::ToBytes)
-      .def("to_sparse", &Tile::ToSparse)
-      .def("to_tree", &Tile::ToTree)
+      .def("to_sparse", &Tile::ToSparse, py::arg("codes") = false)
+      .def("to_tree", &Tile::ToTree, py::arg("codes") = false)
+      .def("type_of", &Tile::TypeOf)
+      .def("check", &Tile::Check)
       .def("paths", &Tile::Paths)
       .def("layout", &Tile::LayoutRows)
       .def("where", &Tile::Where)

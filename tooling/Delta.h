@@ -32,7 +32,6 @@ std::vector<LeafChange> CompareConfigurations(const std::vector<uint64_t>& a,
 // changed leaf with its new value (zero included), in bit order, after the comment lines of
 // `header`; values by name with `names`, as WriteSparse writes them.
 std::string WriteDelta(const Layout& layout, const std::vector<LeafChange>& changes,
-                       const std::vector<std::string>& header = {},
-                       const Naming* names = nullptr);
+                       const std::vector<std::string>& header = {}, const Naming* names = nullptr);
 
 }  // namespace archspec

@@ -24,12 +24,12 @@ struct InferredCodeRow {
 
 // The leaves of one tile, in one records namespace, that hold a code of an enumeration type.
 struct FieldTypeRow {
-  const char* ns;        // records namespace, "ry"
-  const char* tile;      // "pcu"
-  const char* path;      // leaf path with every index written as [], "simd_structIn[][].stage_opcode"
-  const char* type;      // "stage_opcode_t"
-  bool stated;           // the tile's description says so; else inferred from name and role
-  const char* source;    // its row of the table of field types, "field_types.tbl:20"
+  const char* ns;      // records namespace, "ry"
+  const char* tile;    // "pcu"
+  const char* path;    // leaf path with every index written as [], "simd_structIn[][].stage_opcode"
+  const char* type;    // "stage_opcode_t"
+  bool stated;         // the tile's description says so; else inferred from name and role
+  const char* source;  // its row of the table of field types, "field_types.tbl:20"
 };
 
 std::span<const EnumTypeRow> EnumTypeRows();

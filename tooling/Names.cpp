@@ -99,9 +99,8 @@ std::vector<EnumName> Enumeration::NearestByCode(uint64_t code, size_t count) co
   const auto distance = [code](const EnumName* n) {
     return n->code > code ? n->code - code : code - n->code;
   };
-  std::stable_sort(order.begin(), order.end(), [&](const EnumName* a, const EnumName* b) {
-    return distance(a) < distance(b);
-  });
+  std::stable_sort(order.begin(), order.end(),
+                   [&](const EnumName* a, const EnumName* b) { return distance(a) < distance(b); });
   std::vector<EnumName> out;
   for (size_t i = 0; i < order.size() && i < count; ++i) out.push_back(*order[i]);
   return out;
@@ -173,7 +172,8 @@ Naming::Naming(const TileRecord& record, const Enumerations& enumerations)
   const std::string_view ns = record.record_class().ns;
   const std::string_view tile = record.tile().name;
   for (const FieldTypeRow& row : FieldTypeRows()) {
-    if (row.ns == ns && row.tile == tile) by_template.emplace(row.path, enumerations.Find(row.type));
+    if (row.ns == ns && row.tile == tile)
+      by_template.emplace(row.path, enumerations.Find(row.type));
   }
   const std::vector<Leaf>& leaves = layout_->leaves();
   types_.assign(leaves.size(), nullptr);
@@ -192,8 +192,7 @@ const Naming* Naming::Of(const TileRecord& record) {
   const Enumerations* enumerations = Enumerations::Of(record.version());
   if (enumerations == nullptr) return nullptr;
   const std::lock_guard<std::mutex> lock(mutex);
-  std::unique_ptr<Naming>& entry =
-      made[{FindGeneration(record.version()), &record.record_class()}];
+  std::unique_ptr<Naming>& entry = made[{FindGeneration(record.version()), &record.record_class()}];
   if (entry == nullptr) entry = std::make_unique<Naming>(record, *enumerations);
   return entry.get();
 }
@@ -242,7 +241,8 @@ std::string Naming::ValueText(size_t leaf, uint64_t value) const {
 }
 
 NamedValue Naming::Resolve(size_t leaf, std::string_view name) const {
-  NamedValue out = EnumerantResolver(enumerations_->version(), enumerations_->answers())(name, leaf);
+  NamedValue out =
+      EnumerantResolver(enumerations_->version(), enumerations_->answers())(name, leaf);
   const Enumeration* type = types_[leaf];
   if (!out.value.has_value() || type == nullptr) return out;
   const Accessor* accessor = FindAccessor(name);

@@ -17,8 +17,13 @@ cmp "$work/a.sparse" "$work/b.sparse"
 "$archspec" encode --arch mk43 pcu "$work/a.sparse" -o "$work/c.bits"
 cmp "$work/a.bits" "$work/c.bits"
 
+# Names as the canonical listing writes them, and numbers alone with --codes.
+grep -q '^simd_structIn\[0\]\[1\]\.stage_opcode = stage_opcode_alu_op_max$' "$work/a.sparse"
+"$archspec" decode --arch mk43 pcu "$work/a.bits" --format sparse --codes > "$work/codes.sparse"
+grep -q '^simd_structIn\[0\]\[1\]\.stage_opcode = 0x1a$' "$work/codes.sparse"
+
 # Reordered, re-spelt in decimal, with comments and blank lines: the same canonical listing.
-grep -v '^#' "$work/a.sparse" | sort -r | while read -r path _ value; do
+grep -v '^#' "$work/codes.sparse" | sort -r | while read -r path _ value; do
   printf '\n# moved\n  %s=%d\n' "$path" "$value"
 done > "$work/shuffled.sparse"
 "$archspec" encode --arch mk43 pcu "$work/shuffled.sparse" | \
@@ -27,7 +32,7 @@ cmp "$work/a.sparse" "$work/d.sparse"
 
 # The tree is the library's printed form of the registered record: place, registers, width, value.
 "$archspec" decode --arch mk43 pcu "$work/a.bits" > "$work/a.tree"
-grep -Eq '^        stage_opcode = \[0x[0-9a-f]{4}:[0-9]+\]/5 0x1a$' "$work/a.tree"
+grep -Eq '^        stage_opcode = \[0x[0-9a-f]{4}:[0-9]+\]/5 0x1a \(stage_opcode_alu_op_max\)$' "$work/a.tree"
 
 # Every line of the canonical listing is a value that was set.
 [ "$(grep -vc '^#' "$work/a.sparse")" -gt 10 ]

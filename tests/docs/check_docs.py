@@ -15,8 +15,11 @@ Reads README.md and docs/*.md, and for each fenced block:
 A block marked as not run is skipped whatever its language.
 
     check_docs.py SOURCE_DIR BUILD_DIR [CXX [CXXFLAGS...]]
+    check_docs.py --refresh SOURCE_DIR BUILD_DIR
 
-Prints one line per block and exits 1 if any fails.
+Prints one line per block and exits 1 if any fails. With --refresh it checks nothing: it writes
+what each console session prints now into the documents, for the sessions that show no `...`
+line, so that a change of the tables or of a message is one build and a review of the diff.
 """
 
 import os
@@ -153,7 +156,36 @@ def matches(shown, output):
     return bool(output) and output[0] == shown[0] and matches(shown[1:], output[1:])
 
 
+def refresh(source, build):
+    """Rewrites the shown output of every console session to what it prints now; a block that
+    shows a `...` line is left as written."""
+    checker = Checker(source, build, "c++", [])
+    for path in [source / "README.md"] + sorted((source / "docs").glob("*.md")):
+        text = path.read_text()
+        parts, at = [], 0
+        for match in FENCE.finditer(text):
+            block = Block(path.relative_to(source), text, match)
+            lines = block.code.splitlines()
+            if block.language != "console" or block.not_run or "..." in lines:
+                continue
+            code = []
+            for line in lines:
+                if line.startswith("$ "):
+                    ran = checker.run(["bash", "-c", line[2:]], cwd=source,
+                                      stdin=subprocess.DEVNULL)
+                    code += [line] + (ran.stdout + ran.stderr).splitlines()
+            parts += [text[at:match.start(2)], "\n".join(code) + "\n"]
+            at = match.end(2)
+        new = "".join(parts) + text[at:]
+        if new != text:
+            path.write_text(new)
+            print(f"{path.relative_to(source)}: refreshed")
+    return 0
+
+
 def main(argv):
+    if len(argv) == 4 and argv[1] == "--refresh":
+        return refresh(pathlib.Path(argv[2]).resolve(), pathlib.Path(argv[3]).resolve())
     if len(argv) < 3:
         print(__doc__.strip().splitlines()[-3].strip(), file=sys.stderr)
         return 2

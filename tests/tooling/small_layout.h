@@ -23,7 +23,8 @@ inline Layout SmallLayout() {
   return Layout("small_struct", 80, std::move(leaves));
 }
 
-inline NamedValue Names(std::string_view name) {
+// A resolver of two names for any leaf, as ReadSparse takes one.
+inline NamedValue Names(std::string_view name, size_t /*leaf*/ = 0) {
   if (name == "op_add") return {3, ""};
   if (name == "op_wide") return {64, ""};
   return {std::nullopt, "no enumerant named " + std::string(name)};

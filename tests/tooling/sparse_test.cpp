@@ -170,7 +170,7 @@ TEST(SparseRead, SkipsAByteOrderMarkBeforeTheFirstLineOnly) {
 TEST(SparseRead, HintsOnlyTheFirstUnknownPathsAndNames) {
   const Layout layout = SmallLayout();
   int searches = 0;
-  const NameResolver counting = [&](std::string_view name) {
+  const NameResolver counting = [&](std::string_view name, size_t) {
     NamedValue out{std::nullopt, "no enumerant named " + std::string(name)};
     out.nearest = [&searches] {
       ++searches;
@@ -250,7 +250,7 @@ TEST(SparseRead, WithoutResolverRefusesNames) {
 
 TEST(SparseRead, AResolverThatThrowsBecomesAnError) {
   const Layout layout = SmallLayout();
-  const NameResolver throwing = [](std::string_view) -> NamedValue {
+  const NameResolver throwing = [](std::string_view, size_t) -> NamedValue {
     throw std::runtime_error("lookup failed");
   };
   const SparseResult result = ReadSparse("tail = 1\nbase = op_add\n", layout, throwing);

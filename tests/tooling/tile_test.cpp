@@ -259,7 +259,7 @@ TEST_P(AccessorTest, EnumerantNamesResolveToTheirCodesOrSayWhyNot) {
 }
 
 TEST_P(AccessorTest, ListingsSearchForHintsForTheFirstUnknownNamesOnly) {
-  const NamedValue lazy = EnumerantResolver()("stage_opcode_alu_op_mx");
+  const NamedValue lazy = EnumerantResolver()("stage_opcode_alu_op_mx", 0);
   EXPECT_EQ(lazy.error, "no enumerant named stage_opcode_alu_op_mx");
   ASSERT_TRUE(lazy.nearest);
   EXPECT_EQ(lazy.nearest(), "stage_opcode_alu_op_max");

@@ -1,0 +1,131 @@
+"""The table of field types is checked against the record and enumerant tables: each refusal on a
+broken copy of the project's own tables, and what the generator writes for a sound one."""
+
+import contextlib
+import io
+import os
+import shutil
+import tempfile
+import unittest
+
+GEN = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+import sys  # noqa: E402
+
+sys.path.insert(0, GEN)
+import field_types  # noqa: E402
+import gen_field_types  # noqa: E402
+import genlib  # noqa: E402
+
+TABLES = os.path.join(GEN, "tables")
+
+
+class FieldTypesTest(unittest.TestCase):
+    def run_with(self, rows):
+        """(exit code, error lines, FieldTypes.cpp or None) for the project's tables with `rows`
+        appended to the table of field types."""
+        with tempfile.TemporaryDirectory() as tmp:
+            tables = os.path.join(tmp, "tables")
+            shutil.copytree(TABLES, tables)
+            path = os.path.join(tables, "records", field_types.TABLE)
+            with open(path) as f:
+                lines = f.read().count("\n")
+            with open(path, "a") as f:
+                f.write(rows)
+            err = io.StringIO()
+            with contextlib.redirect_stderr(err), contextlib.redirect_stdout(io.StringIO()):
+                code = gen_field_types.main(["--tables", tables, "--out", os.path.join(tmp, "o")])
+            out = os.path.join(tmp, "o", genlib.OUT_SUBDIR, "FieldTypes.cpp")
+            text = None
+            if os.path.exists(out):
+                with open(out) as f:
+                    text = f.read()
+            found = [line.replace(os.path.dirname(path) + os.sep, "")
+                     for line in err.getvalue().splitlines()]
+            return code, found, text, lines + 1
+
+    def assert_refused(self, row, message):
+        code, found, text, line = self.run_with(row + "\n")
+        self.assertEqual(code, 1)
+        self.assertIsNone(text)
+        self.assertEqual(found, [f"{field_types.TABLE}:{line}: error: {message}"])
+
+    def test_unknown_type(self):
+        self.assert_refused("PCU_SIMD_struct stage_immediate stage_op_t inferred",
+                            "PCU_SIMD_struct.stage_immediate: found type stage_op_t, expected one "
+                            "of the 148 enumeration types of the constants tables")
+
+    def test_a_generation_that_answers_no_code_of_the_type(self):
+        # sm_opcode_t is answered by no generation; the field exists in every namespace.
+        self.assert_refused("PCU_SIMD_struct stage_immediate sm_opcode_t inferred",
+                            "PCU_SIMD_struct.stage_immediate: mk41 answers no code of "
+                            "sm_opcode_t, expected every generation with the field (ko records) "
+                            "to answer its type")
+
+    def test_a_code_that_does_not_fit_the_width(self):
+        # A 3-bit selector cannot take the stage opcodes, whose codes reach 31.
+        self.assert_refused("PCU_tail_struct regfileOutXbar_sel2 stage_opcode_t stated",
+                            "PCU_tail_struct.regfileOutXbar_sel2: found no field "
+                            "regfileOutXbar_sel2 in PCU_tail_struct, expected one of its fields")
+        self.assert_refused("ContextConfiguration instr_ctxt stage_opcode_t stated",
+                            "ContextConfiguration.instr_ctxt: code 31 of stage_opcode_alu_op_srl "
+                            "on mk41 does not fit the field's 2 bits, expected codes below 4")
+
+    def test_unknown_record_field_and_forms(self):
+        self.assert_refused("PCU_NO_struct x stage_opcode_t stated",
+                            "PCU_NO_struct.x: found unknown record PCU_NO_struct, expected a "
+                            "record of the tables")
+        self.assert_refused("pcu_config_struct interface_struct stage_opcode_t stated",
+                            "pcu_config_struct.interface_struct: found a field of records, "
+                            "expected a field of leaves")
+        self.assert_refused("PCU_SIMD_struct stage_immediate stage_opcode_t guessed",
+                            "PCU_SIMD_struct.stage_immediate: found 'stage_opcode_t guessed', "
+                            "expected TYPE (or NS=TYPE cells) and a basis, stated or inferred")
+        self.assert_refused("PCU_SIMD_struct stage_immediate -",
+                            "PCU_SIMD_struct.stage_immediate: found '-' without a comment, "
+                            "expected the reason the field takes no type")
+
+    def test_namespace_cells(self):
+        self.assert_refused("PCU_SIMD_struct rounding_enable ko=stage_opa_src_t inferred",
+                            "PCU_SIMD_struct.rounding_enable: found a type for ko, whose "
+                            "PCU_SIMD_struct has no field rounding_enable; expected types for rye "
+                            "only")
+        self.assert_refused("PCU_SIMD_struct stage_immediate zz=stage_opa_src_t inferred",
+                            "PCU_SIMD_struct.stage_immediate: found cell 'zz=stage_opa_src_t', "
+                            "expected NS=TYPE with NS one of ko, ry, rye")
+
+    def test_a_second_row_for_a_field(self):
+        code, found, _, line = self.run_with("PCU_SIMD_struct stage_opcode stage_opcode_t stated\n")
+        self.assertEqual(code, 1)
+        self.assertEqual(len(found), 1)
+        self.assertIn(f"{field_types.TABLE}:{line}: error: PCU_SIMD_struct.stage_opcode: found a "
+                      "second row, expected one (first at line", found[0])
+
+    def test_every_fault_of_a_run_is_reported(self):
+        code, found, _, line = self.run_with("PCU_NO_struct x stage_opcode_t stated\n"
+                                             "PCU_SIMD_struct stage_immediate nope_t stated\n")
+        self.assertEqual(code, 1)
+        self.assertEqual([f.split(": error:")[0] for f in found],
+                         [f"{field_types.TABLE}:{line}", f"{field_types.TABLE}:{line + 1}"])
+
+    def test_the_project_tables_generate_templates_per_namespace(self):
+        code, found, text, _ = self.run_with("")
+        self.assertEqual((code, found), (0, []))
+        # A field of a nested record, under arrays, in every namespace; per-namespace cells.
+        for expected in ('{"ry", "pcu", "simd_structIn[][].stage_opcode",\n'
+                         '     "stage_opcode_t", true, "field_types.tbl:',
+                         '{"ko", "switch", "xbar_config.ctlMuxsel[][]",\n'
+                         '     "switch_ctl_signal_t", false',
+                         '{"ry", "switch", "xbar_config.UDCIncXbarMuxsel[]",'):
+            self.assertTrue(expected in text, expected)
+        self.assertFalse('{"ko", "switch", "xbar_config.UDCIncXbarMuxsel[]",' in text)
+        # Inferred codes are marked per generation with answers (ko uko ry rye).
+        self.assertRegex(text, r'\{"pcu_ctloutxbar_enum_\w+", "[-i]{4}"\},')
+
+    def test_the_coverage_document_is_current(self):
+        doc = os.path.join(GEN, "..", "..", "..", "docs", "field-types.md")
+        self.assertEqual(field_types.main(["field_types.py", TABLES, doc]), 0,
+                         "rewrite it with field_types.py TABLES --write docs/field-types.md")
+
+
+if __name__ == "__main__":
+    unittest.main()
