@@ -385,9 +385,10 @@ class DecoderTest(unittest.TestCase):
                                       data="\n".join(lines).encode())
                     self.assert_decodes_as_the_tool(product, tile, bits)
         times = self.js("return window.decoderTimes")
-        print(f"\ndecoder module loaded in {times['load']:.0f} ms; the last decode "
-              f"({product} {tile}) took {times['decode']:.1f} ms", file=sys.stderr)
-        self.assertLess(times["load"], MODULE_LOAD_BOUND_MS)
+        print(f"\ndecoder module instantiated in {times['load']:.0f} ms, answering "
+              f"{times['ready']:.0f} ms after the page's start; the last decode ({product} {tile}) "
+              f"took {times['decode']:.1f} ms", file=sys.stderr)
+        self.assertLess(times["ready"], MODULE_LOAD_BOUND_MS)
 
     def test_a_listing_chooses_its_generation_and_tile_and_reads_as_the_tool_reads_it(self):
         product = max(self.products)
@@ -411,6 +412,21 @@ class DecoderTest(unittest.TestCase):
               f"({(time.monotonic() - started) * 1000:.0f} ms through the driver)", file=sys.stderr)
         self.assertLess(took, DECODE_BOUND_MS)
         self.screenshot_page()
+
+    def test_a_file_of_packed_bytes_opened_reads_as_the_tool_reads_it(self):
+        """The form is told from the file: bytes of the packed size that are not text of 0 and 1."""
+        example = os.path.join(sitecheck.SOURCE, "examples", "pcu_program.sparse")
+        _, bits, _ = tool("encode", "--arch", "mk43", "pcu", example)
+        packed = os.path.join(self.scratch, "program.bin")
+        status, _, _ = tool("encode", "--arch", "mk43", "pcu", example, "--bytes", "-o", packed)
+        self.assertEqual(status, 0)
+        self.js("arch.value = 'mk43'; tile.value = 'pcu'; listing.textContent = '';")
+        self.driver.find_element("id", "file").send_keys(packed)
+        self.wait.until(lambda d: d.execute_script("return listing.textContent"))
+        _, expected, _ = tool("decode", "--arch", "mk43", "pcu", "-", "--format", "sparse",
+                              data=bits.encode())
+        self.assertEqual(self.js("return [listing.textContent, error.textContent]"),
+                         [expected, ""])
 
     def screenshot_page(self):
         if ARGS.screenshots:
