@@ -31,6 +31,7 @@
 
 #include "Accessors.h"
 #include "BitText.h"
+#include "Completion.h"
 #include "Delta.h"
 #include "Diagnostic.h"
 #include "Files.h"
@@ -840,6 +841,18 @@ int Main(int argc, char** argv, std::string& out) {
       "  archspec check --arch mk43 pcu prog.bits\n"
       "  archspec check --arch mk44 agcu --sparse agcu.sparse --format json");
 
+  // The bash completion, made from the options above when the tool is built and installed with
+  // it; not an option a user needs, so not in the help.
+  if (argc == 2 && std::string_view(argv[1]) == "--bash-completion") {
+    std::vector<std::string> arches;
+    for (const zu::spec::GenerationRow& row : zu::spec::GenerationTable()) {
+      if (row.selectable) arches.emplace_back(row.product_name);
+    }
+    std::vector<std::string> tiles;
+    for (const TileType& tile : TileTypes()) tiles.emplace_back(tile.name);
+    out += BashCompletion(app, arches, tiles);
+    return 0;
+  }
   try {
     CheckSubcommand(app, argc, argv);
   } catch (const Exit& exit) {
