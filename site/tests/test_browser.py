@@ -207,7 +207,8 @@ class BrowserTest(unittest.TestCase):
             return [groups.length, groups.filter(g => g.querySelector('rect')).length,
                     document.querySelectorAll('#fields-pane .r').length];""")
         self.assertEqual(counts, [len(leaves)] * 3)
-        middle = len(leaves) // 2
+        # A leaf past the middle that holds codes of an enumeration type, which the tooltip names.
+        middle = next(i for i in range(len(leaves) // 2, len(leaves)) if "type" in leaves[i])
         box = self.js("return document.querySelectorAll('#bitmap g')[arguments[0]]", middle)
         self.js("arguments[0].scrollIntoView({block: 'center'})", box)
         self.js("""window.addEventListener('mousemove', e => {
@@ -221,6 +222,7 @@ class BrowserTest(unittest.TestCase):
         leaf = leaves[middle]
         self.assertEqual(tip[:2], [False, leaf["path"]])
         self.assertIn(f"offset {leaf['offset']} · width {leaf['width']}", tip[2])
+        self.assertTrue(tip[2].endswith(leaf["type"]), tip[2])
         self.assertTrue(tip[3], "the tooltip is not at the pointer")
 
     def test_constant_rows_read_as_the_tool_answers_each_generation(self):
