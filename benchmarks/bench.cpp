@@ -13,7 +13,10 @@
 #include <string>
 #include <vector>
 
+#include "Names.h"
 #include "RecordCatalog.h"
+#include "Sparse.h"
+#include "Tile.h"
 #include "compiler/arch_spec/ArchSpec.h"
 #include "compiler/arch_spec/gen/ArchConstants.h"
 
@@ -279,12 +282,44 @@ void Accessors() {
   });
 }
 
+// The faces' work on a configuration of each tile of the first generation of its records: the
+// sparse listing with codes in hexadecimal and with names (whose cost over the first is the price
+// of names), and check. Every leaf holds random bits, so that every leaf is listed.
+void Listings() {
+  for (const zu::spec::GenerationRow& row : zu::spec::GenerationTable()) {
+    if (!row.selectable || row.version.minor != 0) continue;  // mk42 has mk41's records
+    for (const archspec::TileType& tile : archspec::TileTypes()) {
+      const auto record = std::shared_ptr<archspec::TileRecord>(
+          archspec::TileRecord::Create(row.version, tile).release());
+      if (record == nullptr) continue;
+      const auto bits = std::make_shared<std::string>(RandomBits(record->layout().bits()));
+      const auto values = std::make_shared<std::vector<uint64_t>>(record->ReadBits(*bits));
+      const archspec::Naming* names = archspec::Naming::Of(*record);
+      const std::string label = std::string(row.records) + "/" + tile.record;
+      const auto listing = [=](benchmark::State& state, const archspec::Naming* naming) {
+        for (auto _ : state) {
+          benchmark::DoNotOptimize(
+              archspec::WriteSparse(record->layout(), *values, {"h"}, false, naming).data());
+        }
+        Report(state, *bits);
+      };
+      benchmark::RegisterBenchmark((label + "/SparseDecode").c_str(), listing, nullptr);
+      benchmark::RegisterBenchmark((label + "/SparseDecodeNamed").c_str(), listing, names);
+      benchmark::RegisterBenchmark((label + "/Check").c_str(), [=](benchmark::State& state) {
+        for (auto _ : state) benchmark::DoNotOptimize(names->Check(*values).size());
+        Report(state, *bits);
+      });
+    }
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
   for (const RecordClass& tile : archspec::TileRecordClasses()) RegisterTile(tile);
   Accessors();
+  Listings();
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
   return 0;

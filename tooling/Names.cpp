@@ -17,6 +17,10 @@ bool EndsWith(std::string_view s, std::string_view end) {
   return s.size() >= end.size() && s.substr(s.size() - end.size()) == end;
 }
 
+// A type whose codes all lie below this is found by an indexed load; a larger code (none of the
+// tables' has one) by a binary search.
+constexpr uint64_t kMaxSlots = 1 << 16;
+
 // Markers name the ends of a range of signals ("udc_gtz_base", "udc_gtz_end") and share their
 // codes with the signals at those ends: a signal's own name reads better.
 bool IsMarker(std::string_view name) { return EndsWith(name, "_base") || EndsWith(name, "_end"); }
@@ -76,33 +80,45 @@ Enumeration::Enumeration(std::string_view name, std::string_view kind, std::vect
     return std::make_tuple(a.code, IsMarker(a.name), a.inferred) <
            std::make_tuple(b.code, IsMarker(b.name), b.inferred);
   });
-  for (size_t i = 0; i < names_.size();) {
-    size_t end = i + 1;
-    while (end < names_.size() && names_[end].code == names_[i].code) ++end;
-    by_code_.emplace(names_[i].code, std::make_pair(i, end));
-    i = end;
+  for (size_t i = 0; i < names_.size(); ++i) {
+    if (i == 0 || names_[i].code != names_[i - 1].code) {
+      codes_.push_back(names_[i].code);
+      firsts_.push_back(i);
+    }
+  }
+  firsts_.push_back(names_.size());
+  if (!codes_.empty() && codes_.back() < kMaxSlots) {
+    slot_.assign(static_cast<size_t>(codes_.back()) + 1, -1);
+    for (size_t k = 0; k < codes_.size(); ++k) slot_[codes_[k]] = static_cast<int32_t>(k);
   }
 }
 
 std::span<const EnumName> Enumeration::NamesOf(uint64_t code) const {
-  const auto it = by_code_.find(code);
-  if (it == by_code_.end()) return {};
-  return std::span<const EnumName>(names_).subspan(it->second.first,
-                                                   it->second.second - it->second.first);
+  size_t k;
+  if (!slot_.empty() || codes_.empty()) {
+    if (code >= slot_.size() || slot_[code] < 0) return {};
+    k = static_cast<size_t>(slot_[code]);
+  } else {
+    const auto at = std::lower_bound(codes_.begin(), codes_.end(), code);
+    if (at == codes_.end() || *at != code) return {};
+    k = static_cast<size_t>(at - codes_.begin());
+  }
+  return std::span<const EnumName>(names_).subspan(firsts_[k], firsts_[k + 1] - firsts_[k]);
 }
 
 std::vector<EnumName> Enumeration::NearestByCode(uint64_t code, size_t count) const {
-  std::vector<const EnumName*> order;
-  for (const EnumName& name : names_) {
-    if (NamesOf(name.code).data() == &name) order.push_back(&name);  // one name per code
-  }
-  const auto distance = [code](const EnumName* n) {
-    return n->code > code ? n->code - code : code - n->code;
-  };
-  std::stable_sort(order.begin(), order.end(),
-                   [&](const EnumName* a, const EnumName* b) { return distance(a) < distance(b); });
+  // Outward from where `code` would stand among the codes, the nearer side first (the lower on
+  // a tie); the name shown for each code.
   std::vector<EnumName> out;
-  for (size_t i = 0; i < order.size() && i < count; ++i) out.push_back(*order[i]);
+  size_t above =
+      static_cast<size_t>(std::lower_bound(codes_.begin(), codes_.end(), code) - codes_.begin());
+  size_t below = above;  // codes_[below - 1] is the next one down
+  while (out.size() < count && (below > 0 || above < codes_.size())) {
+    const bool take_below =
+        below > 0 && (above == codes_.size() || code - codes_[below - 1] <= codes_[above] - code);
+    const size_t k = take_below ? --below : above++;
+    out.push_back(names_[firsts_[k]]);
+  }
   return out;
 }
 

@@ -54,7 +54,13 @@ class Enumeration {
   std::string_view name_;
   std::string_view kind_;
   std::vector<EnumName> names_;
-  std::unordered_map<uint64_t, std::pair<size_t, size_t>> by_code_;  // code -> [first, end)
+  // The codes that have names, ascending, each with the index of its first name in names_; the
+  // names of codes_[k] are names_[firsts_[k]] up to names_[firsts_[k + 1]].
+  std::vector<uint64_t> codes_;
+  std::vector<size_t> firsts_;
+  // slot_[code]: the code's place in codes_, or -1; codes stay small (a few hundred), so a code
+  // is found by one indexed load.
+  std::vector<int32_t> slot_;
 };
 
 // Every enumeration that one generation answers, with the generation's answering objects.
