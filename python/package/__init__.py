@@ -544,9 +544,9 @@ class Node:
         """The value of each member or element in bit order: an int or a Node."""
         return [self._member(key) for key in self.keys()]
 
-    def to_dict(self):
-        """{path: value} of every leaf below, in bit order."""
-        everything = self._tile.to_dict()
+    def to_dict(self, names=False):
+        """{path: value} of every leaf below, in bit order; `names` as for Tile.nonzero()."""
+        everything = self._tile.to_dict(names)
         if not self._path:
             return everything
         dot, bracket = self._path + ".", self._path + "["
