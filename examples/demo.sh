@@ -23,9 +23,18 @@ step "Encode it into the $("$archspec" layout --arch mk43 pcu | head -1 | sed 's
 "$archspec" encode --arch mk43 pcu "$program" -o "$work/prog.bits"
 echo "prog.bits: $(tr -d '\n' < "$work/prog.bits" | wc -c) bits, $(tr -cd 1 < "$work/prog.bits" | wc -c) of them set"
 
-step "Decode the bits back to the canonical listing (bit order, hexadecimal values)"
+step "Decode the bits back to the canonical listing (bit order, codes by name)"
 echo "(leaves whose code is 0, such as the madd opcode, are the default and are not listed)"
 "$archspec" decode --arch mk43 pcu "$work/prog.bits" --format sparse
+
+step "A name of the wrong kind is refused: a number format is no opcode"
+echo 'simd_structIn[0][1].stage_opcode = alu_format_enum_fp32' > "$work/wrong.sparse"
+"$archspec" patch --arch mk43 pcu "$work/prog.bits" "$work/wrong.sparse" 2>&1 | sed "s|$work/||" || true
+
+step "A raw code is taken, and check reports the one that no opcode has"
+echo 'simd_structIn[0][2].stage_opcode = 11' > "$work/raw.sparse"
+"$archspec" patch --arch mk43 pcu "$work/prog.bits" "$work/raw.sparse" -o "$work/raw.bits"
+"$archspec" check --arch mk43 pcu "$work/raw.bits" | sed "s|$work/||" || true
 
 step "Which leaf holds a bit of the opcode of stage 1?"
 offset=$("$archspec" layout --arch mk43 pcu --csv | grep '^simd_structIn\[0\]\[1\]\.stage_opcode,' | cut -d, -f2)

@@ -31,6 +31,14 @@ std::string WithArticle(std::string_view type) {
   return (vowel ? "an " : "a ") + std::string(type);
 }
 
+// "fp32" of "alu_format_enum_fp32", an enumerant of "alu_format_enum_t": the name without its
+// type's stem (the type less "_t", and "_").
+std::string_view Stemless(std::string_view name, std::string_view type) {
+  const std::string_view stem = type.substr(0, type.size() - 1);
+  if (type.size() > 2 && name.substr(0, stem.size()) == stem) name.remove_prefix(stem.size());
+  return name;
+}
+
 std::string JoinNames(const std::vector<std::string_view>& names) {
   std::string out;
   for (std::string_view name : names) {
@@ -124,10 +132,15 @@ std::vector<EnumName> Enumeration::NearestByCode(uint64_t code, size_t count) co
 
 std::vector<std::string_view> Enumeration::NearestByName(std::string_view name,
                                                          size_t count) const {
+  // Names are compared by what follows their type's stem ("alu_op_max" of
+  // "stage_opcode_alu_op_max"), which is what tells the names of one type apart.
+  const std::string_view stem = name_.substr(0, name_.size() - 1);  // "stage_opcode_"
   std::vector<std::pair<size_t, std::string_view>> scored;
   scored.reserve(names_.size());
   for (const EnumName& candidate : names_) {
-    scored.emplace_back(EditDistance(name, candidate.name), candidate.name);
+    std::string_view own = candidate.name;
+    if (own.substr(0, stem.size()) == stem) own.remove_prefix(stem.size());
+    scored.emplace_back(EditDistance(name, own), candidate.name);
   }
   std::stable_sort(scored.begin(), scored.end(),
                    [](const auto& a, const auto& b) { return a.first < b.first; });
@@ -264,10 +277,11 @@ NamedValue Naming::Resolve(size_t leaf, std::string_view name) const {
   const Accessor* accessor = FindAccessor(name);
   if (accessor != nullptr && type->name() == accessor->type) return out;
   out.value.reset();
-  out.error = std::string(FieldName(layout_->leaves()[leaf].path)) + " takes " +
-              std::string(type->name()) + "; " + EchoText(name) + " is " +
-              WithArticle(accessor == nullptr ? "" : accessor->type) + "; names of " +
-              std::string(type->name()) + " like it: " + JoinNames(type->NearestByName(name));
+  out.error =
+      std::string(FieldName(layout_->leaves()[leaf].path)) + " takes " + std::string(type->name()) +
+      "; " + EchoText(name) + " is " + WithArticle(accessor == nullptr ? "" : accessor->type) +
+      "; names of " + std::string(type->name()) + " like it: " +
+      JoinNames(type->NearestByName(accessor == nullptr ? name : Stemless(name, accessor->type)));
   return out;
 }
 
