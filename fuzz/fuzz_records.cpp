@@ -21,6 +21,7 @@
 
 #include "BitText.h"
 #include "Delta.h"
+#include "Names.h"
 #include "RecordCatalog.h"
 #include "Sparse.h"
 #include "Tile.h"
@@ -81,6 +82,19 @@ void CheckTile(archspec::TileRecord& tile, const uint8_t* data, size_t size) {
   const archspec::SparseResult listing = archspec::ReadSparse(
       archspec::WriteSparse(layout, values, {tile.ListingHeaderLine()}), layout, nullptr);
   if (!listing.ok() || listing.values != values) std::abort();
+
+  // With names: every value a name stands for reads back to its code, the others as written; and
+  // check reports exactly the typed leaves whose values are not zero and no code.
+  const archspec::Naming& names = *archspec::Naming::Of(tile);
+  const archspec::SparseResult named = archspec::ReadSparse(
+      archspec::WriteSparse(layout, values, {tile.ListingHeaderLine()}, false, &names), layout,
+      names.Resolver());
+  if (!named.ok() || named.values != values) std::abort();
+  size_t unnamed = 0;
+  for (size_t i = 0; i < values.size(); ++i) {
+    unnamed += names.TypeOf(i) != nullptr && values[i] != 0 && names.NamesOf(i, values[i]).empty();
+  }
+  if (names.Check(values).size() != unnamed) std::abort();
 
   // Another configuration, every sixteenth leaf from one the input picks holding the complement
   // of its value: the listing of the change from it, zeros included, patches it into this one.
