@@ -179,7 +179,7 @@
     setTimeout(() => URL.revokeObjectURL(a.href), 1000);
   }
 
-  // The leaf under the pointer, named at the pointer with its place and value.
+  // The leaf under the pointer, named at the pointer with its place, type and value.
   const tip = document.createElement("div");
   tip.id = "tip";
   tip.hidden = true;
@@ -190,13 +190,14 @@
       tip.hidden = true;
       return;
     }
-    const leaf = layout.leaves[boxes.indexOf(g)];
+    const index = boxes.indexOf(g);
+    const leaf = layout.leaves[index];
     const regs = leaf.reg_hi === undefined ? leaf.reg_lo : `${leaf.reg_lo}-${leaf.reg_hi}`;
     const name = document.createElement("b");
     name.textContent = leaf.path;
     const facts = document.createElement("small");
     facts.textContent = `offset ${leaf.offset} · width ${leaf.width} · registers ${regs}` +
-      (leaf.type ? ` · ${leaf.type}` : "") + (g.classList.contains("on") ? " · set" : "");
+      (leaf.type ? ` · ${leaf.type}` : "") + ` · value ${module.valueOf(index)}`;
     tip.replaceChildren(name, facts);
     tip.hidden = false;
     tip.style.left = Math.min(event.clientX + 14, innerWidth - tip.offsetWidth - 4) + "px";

@@ -209,7 +209,8 @@ class BrowserTest(unittest.TestCase):
         self.assertEqual(counts, [len(leaves)] * 3)
         # A leaf past the middle that holds codes of an enumeration type, which the tooltip names.
         middle = next(i for i in range(len(leaves) // 2, len(leaves)) if "type" in leaves[i])
-        box = self.js("return document.querySelectorAll('#bitmap g')[arguments[0]]", middle)
+        box = self.js("return document.querySelectorAll('#bitmap g')[arguments[0]]"
+                      ".querySelector('rect')", middle)  # the leaf's first box
         self.js("arguments[0].scrollIntoView({block: 'center'})", box)
         self.js("""window.addEventListener('mousemove', e => {
                        window.pointer = [e.clientX, e.clientY]; }, true);""")
@@ -404,8 +405,16 @@ class DecoderTest(unittest.TestCase):
         _, expected, _ = tool("decode", "--arch", product, "agcu", "-", "--format", "sparse",
                               data=bits.encode())
         self.assertEqual(shown, expected)
-        lit = self.js("return [...document.querySelectorAll('#bitmap g.on')].length")
-        self.assertEqual(lit, 1)
+        lit = self.js("return [...document.querySelectorAll('#bitmap g.on')]")
+        self.assertEqual(len(lit), 1)
+        from selenium.webdriver.common.action_chains import ActionChains
+
+        box = self.js("return arguments[0].querySelector('rect')", lit[0])  # a leaf's first box
+        self.js("arguments[0].scrollIntoView({block: 'center'})", box)
+        ActionChains(self.driver).move_to_element(box).perform()
+        self.assertEqual(self.js("return tip.querySelector('b').textContent"),
+                         listing.splitlines()[-1].split(" = ")[0])
+        self.assertTrue(self.js("return tip.textContent").endswith("value 0x15"))
         # The rye AGCU, the largest tile, timed from bits.
         started = time.monotonic()
         self.assert_decodes_as_the_tool(product, "agcu", bits)

@@ -160,6 +160,14 @@ emscripten::val Bytes() {
   return emscripten::val(emscripten::typed_memory_view(session.bytes.size(), session.bytes.data()));
 }
 
+// The value of leaf `leaf` as the listing writes it alone: its name where it has one, else its
+// code in hexadecimal.
+std::string ValueOf(int leaf) {
+  Session& session = Current();
+  if (!session.record || leaf < 0 || static_cast<size_t>(leaf) >= session.values.size()) return "";
+  return session.names->ValueText(static_cast<size_t>(leaf), session.values[leaf]);
+}
+
 // The indices of the leaves that are not zero, in bit order, for lighting the bit map.
 std::vector<int> NonZero() {
   std::vector<int> out;
@@ -217,6 +225,7 @@ EMSCRIPTEN_BINDINGS(archspec_decoder) {
   emscripten::function("bits", &archspec::Bits);
   emscripten::function("bytes", &archspec::Bytes);
   emscripten::function("nonZero", &archspec::NonZero);
+  emscripten::function("valueOf", &archspec::ValueOf);
   emscripten::function("layout", &archspec::LayoutJson);
   emscripten::function("headerOf", &archspec::HeaderOf);
 }
