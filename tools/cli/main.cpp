@@ -197,13 +197,20 @@ const Naming& NamingOf(const TileRecord& record) { return *Naming::Of(record); }
 // A configuration from a file: the text form, the packed bytes, or a sparse listing.
 enum class InputForm { kBits, kBytes, kSparse };
 
+// The form that --bytes and --sparse say a command's input files have.
+InputForm FormOf(const Options& options) {
+  if (options.bytes) return InputForm::kBytes;
+  return options.sparse ? InputForm::kSparse : InputForm::kBits;
+}
+
 // A sparse listing read against the tile, refused if its header names another generation or tile
 // (unless `force`).
 SparseResult LoadListing(const TileRecord& record, const std::string& path, bool force) {
   const std::string data = ReadFile(path, kListingLimit);
   const std::string name = InputName(path);
   // A name of another type than its leaf's is refused with the leaf's type and its names.
-  SparseResult result = ReadSparse(data, record.layout(), NamingOf(record).Resolver(), ReportLimits{});
+  SparseResult result =
+      ReadSparse(data, record.layout(), NamingOf(record).Resolver(), ReportLimits{});
   if (!force) {
     if (std::optional<Diagnostic> wrong = CheckListingHeader(
             result.header, record.version().to_product_name_string(), record.tile().name)) {
@@ -479,9 +486,7 @@ void RunDecode(const Options& options, std::string& out) {
   }
   const std::unique_ptr<TileRecord> record =
       OpenTile(options, options.sparse ? options.file : std::string());
-  const InputForm form = options.bytes    ? InputForm::kBytes
-                         : options.sparse ? InputForm::kSparse
-                                          : InputForm::kBits;
+  const InputForm form = FormOf(options);
   const std::vector<uint64_t> values =
       LoadConfiguration(*record, options.file, form, options.force);
   // Codes by name unless --codes asks for the numbers alone.
@@ -531,9 +536,7 @@ void RunDiff(const Options& options, std::string& out) {
   OneStandardInput(options.file, options.file_b, "A and B");
   const std::unique_ptr<TileRecord> record =
       OpenTile(options, options.sparse ? options.file : std::string());
-  const InputForm form = options.bytes    ? InputForm::kBytes
-                         : options.sparse ? InputForm::kSparse
-                                          : InputForm::kBits;
+  const InputForm form = FormOf(options);
   // One record serves both: each load reads the whole record anew.
   // Both files are read and checked before either's faults end the command: each is reported.
   std::vector<uint64_t> a;
@@ -587,10 +590,9 @@ void RunDiff(const Options& options, std::string& out) {
 void RunCheck(const Options& options, std::string& out) {
   const std::unique_ptr<TileRecord> record =
       OpenTile(options, options.sparse ? options.file : std::string());
-  const InputForm form = options.bytes    ? InputForm::kBytes
-                         : options.sparse ? InputForm::kSparse
-                                          : InputForm::kBits;
-  const std::vector<uint64_t> values = LoadConfiguration(*record, options.file, form, options.force);
+  const InputForm form = FormOf(options);
+  const std::vector<uint64_t> values =
+      LoadConfiguration(*record, options.file, form, options.force);
   const Naming& names = NamingOf(*record);
   const std::vector<Finding> findings = names.Check(values);
   const std::vector<Leaf>& leaves = record->layout().leaves();
@@ -828,7 +830,8 @@ int Main(int argc, char** argv, std::string& out) {
       app.add_subcommand("check", "The leaves whose values are no code of their types"), options);
   AddTileOrHeader(check, options);
   check->add_option("FILE", options.file, "Configuration: '0'/'1' text, bytes or a listing");
-  CLI::Option* check_bytes = check->add_flag("--bytes", options.bytes, "FILE holds the packed bytes");
+  CLI::Option* check_bytes =
+      check->add_flag("--bytes", options.bytes, "FILE holds the packed bytes");
   check->add_flag("--sparse", options.sparse, "FILE is a sparse listing")->excludes(check_bytes);
   check->add_option("--format", options.format, "text (default) or json")
       ->check(CLI::IsMember({"text", "json"}));
