@@ -89,6 +89,16 @@ std::string BashCompletion(const CLI::App& app, const std::vector<std::string>& 
   out += "    " + Words(with_tile, "|") + ")\n";
   out += "      COMPREPLY=($(compgen -W \"" + Words(tiles) +
          "\" -- \"$cur\") $(compgen -f -- \"$cur\")) ;;\n";
+  // Accessor names, asked of the tool itself for the generation of --arch (thousands of names:
+  // too many to write into the script).
+  out += "    get)\n";
+  out += "      local arch=" + (arches.empty() ? std::string() : arches.back()) + " j kind\n";
+  out += "      for ((j = 1; j < COMP_CWORD - 1; j++)); do\n";
+  out += "        [[ ${COMP_WORDS[j]} == --arch ]] && arch=${COMP_WORDS[j+1]}\n";
+  out += "      done\n";
+  out += "      COMPREPLY=($(for kind in constants features constraints; do\n";
+  out += "        \"${COMP_WORDS[0]}\" $kind --arch \"$arch\" --match \"$cur\" 2> /dev/null\n";
+  out += "      done | sed -n \"s/^\\($cur[^ :]*\\).*/\\1/p\")) ;;\n";
   out += "    *) COMPREPLY=($(compgen -f -- \"$cur\")) ;;\n";
   out += "  esac\n";
   out += "}\n";
