@@ -26,6 +26,7 @@
 #include "Nearest.h"
 #include "Sparse.h"
 #include "Tile.h"
+#include "TreeText.h"
 #include "compiler/arch_spec/ArchVersion.h"
 #include "compiler/arch_spec/gen/GenerationTable.h"
 
@@ -356,9 +357,12 @@ class Tile {
     return WriteSparse(layout(), values_, {record_->ListingHeaderLine()}, false,
                        codes ? nullptr : &naming());
   }
-  std::string ToTree(bool codes) {
-    const std::string tree = record_->WriteTree(values_);
-    return codes ? tree : naming().NameTree(tree, values_);
+  // The printed tree, cut down to the non-zero leaves and what holds them with `nonzero`, as
+  // `archspec decode --nonzero` prints it.
+  std::string ToTree(bool codes, bool nonzero) {
+    std::string tree = record_->WriteTree(values_);
+    if (!codes) tree = naming().NameTree(tree, values_);
+    return nonzero ? NonzeroTree(tree) : tree;
   }
 
   // The enumeration type of the leaf at `path`, or None.
@@ -566,7 +570,7 @@ PYBIND11_MODULE(_core, m) {
       .def("to_bits", &Tile::ToBits)
       .def("to_bytes", &Tile::ToBytes)
       .def("to_sparse", &Tile::ToSparse, py::arg("codes") = false)
-      .def("to_tree", &Tile::ToTree, py::arg("codes") = false)
+      .def("to_tree", &Tile::ToTree, py::arg("codes") = false, py::arg("nonzero") = false)
       .def("type_of", &Tile::TypeOf)
       .def("check", &Tile::Check)
       .def("paths", &Tile::Paths)

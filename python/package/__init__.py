@@ -331,10 +331,11 @@ class Tile:
         hexadecimal."""
         return self._core.to_sparse(bool(codes))
 
-    def to_tree(self, codes=False):
+    def to_tree(self, codes=False, nonzero=False):
         """The library's printed form of the record, each code of a name followed by the name
-        in parentheses (not with `codes`)."""
-        return self._core.to_tree(bool(codes))
+        in parentheses (not with `codes`); with `nonzero`, only the non-zero leaves and the
+        records and arrays that hold them."""
+        return self._core.to_tree(bool(codes), bool(nonzero))
 
     def type_of(self, path):
         """The enumeration type ("stage_opcode_t") whose code the leaf at `path` holds, or None

@@ -147,6 +147,14 @@ class TestRecordsAreMappings:
         assert (t.path, t.offset, t.width) == ("", 0, 9793)
 
 
+def test_the_tree_of_what_is_set_is_the_tools(t):
+    t.simd_structIn[0][2].stage_opcode = 3
+    tree = t.to_tree(nonzero=True, codes=True).splitlines()
+    assert tree[0] == "{" and tree[-1] == "}" and len(tree) == 9
+    assert tree[4].strip().startswith("stage_opcode = ") and tree[4].endswith(" 0x3")
+    assert archspec.generation("mk43").tile("pcu").to_tree(nonzero=True) == "{\n}\n"
+
+
 class TestPicklesAndCopies:
     def test_tiles_generations_and_answers_pickle(self, t):
         t.simd_structIn[0][4].stage_opcode = "stage_opcode_alu_op_max"
