@@ -259,6 +259,8 @@ class Tile:
         if not isinstance(generation, Generation) or not isinstance(core, _core.Tile):
             raise TypeError("a Tile is made by a Generation: archspec.generation(name)."
                             "tile(tile), not Tile(...)")
+        if core.generation is not generation._core:
+            raise ValueError(f"a {core.describe()} is not a tile of {generation!r}")
         object.__setattr__(self, "_generation", generation)
         object.__setattr__(self, "_core", core)
 

@@ -41,6 +41,11 @@ class TestNothingEndsTheInterpreter:
             f"except TypeError as e:\n    print('TypeError:', e)\n")
         assert status == 0 and output.startswith("TypeError: "), output
 
+    def test_a_tile_is_made_of_its_own_generation(self, t):
+        with pytest.raises(ValueError, match=r"a pcu of mk43 \(ry\) is not a tile of <archspec "
+                                             r"generation mk44"):
+            archspec.Tile(archspec.generation("mk44"), t._core)
+
     def test_a_tile_without_its_internals_says_so(self, t):
         with pytest.raises(AttributeError):
             del t._core
