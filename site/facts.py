@@ -85,6 +85,9 @@ class EnumType:
     page: str  # the page that shows it
     family: str  # title of that page's family
     members: list  # the Constants of its enumerants, in table order
+    # (record, field, records namespaces, row of the table of field types) of the fields that
+    # hold its codes
+    fields: list = dataclasses.field(default_factory=list)
 
 
 @dataclasses.dataclass
@@ -120,6 +123,7 @@ def _load_tables(tables, gen_dir):
     if gen_dir not in sys.path:
         sys.path.insert(0, gen_dir)
     import enumerants
+    import field_types
     import gen_constants
     import genlib
     import record_tables
@@ -139,16 +143,25 @@ def _load_tables(tables, gen_dir):
     for kind in ("features", "constraints"):
         rows, _ = load_flags(os.path.join(constants, f"{kind}.tbl"), kind, generations, errors)
         flags.update({name: f"{kind}.tbl:{flag.line}" for name, flag in rows.items()})
+    if not errors:
+        typed = field_types.parse(os.path.join(tables, "records", field_types.TABLE), records,
+                                  enum_types, enum_items, generations, errors)
     if errors:
         raise ToolError("the tables disagree with themselves:\n" + "\n".join(map(str, errors)))
+    # type -> [(record, field, namespaces, row)] of the fields that take it
+    takers = {}
+    for row in typed:
+        for type_name in dict.fromkeys(row.types.values()):
+            namespaces = [ns for ns, t in row.types.items() if t == type_name]
+            takers.setdefault(type_name, []).append((row.record, row.field, namespaces, row))
     sources = {a.name: a.source for a in gen_constants.scalar_accessors(params, generations)
                + gen_constants.container_accessors(containers, generations)}
     sources.update(flags)
-    return generations, records, tiles, enum_types, enum_items, sources
+    return generations, records, tiles, enum_types, enum_items, sources, takers
 
 
 def gather(archspec, tables, gen_dir):
-    table_generations, records, tiles, enum_types, enum_items, sources = \
+    table_generations, records, tiles, enum_types, enum_items, sources, takers = \
         _load_tables(tables, gen_dir)
     answers_as = {g.code: g.answers if g.answers not in ("", "own") else g.code
                   for g in table_generations.rows}
@@ -195,6 +208,6 @@ def gather(archspec, tables, gen_dir):
         page, family = SHARED_ENUM_PAGES.get(table, (f"enum-{t.name}", t.name))
         members = [constants[e.accessor] for e in enum_items if e.type == t.name]
         types.append(EnumType(t.name, t.kind, t.count, f"{table}:{t.line}", page + ".html",
-                              family, members))
+                              family, members, takers.get(t.name, [])))
     return Facts(generations, columns, layouts, records, list(constants.values()),
                  list(flags.values()), types)

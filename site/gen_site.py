@@ -96,13 +96,15 @@ def site_files(facts, decoder_module=None):
 
     files, instances = {}, {}
     columns = facts.columns
+    type_pages = {t.name: t.page for t in facts.enum_types}
     for layout in facts.tiles:
         records = {r.name: r for r in facts.records[layout.ns]}
         root = tile_page.build_tree(layout, records)
         instances[layout.page] = tile_page.record_instances(root)
         files[layout.page] = pages.frame(
             layout.title, layout.page,
-            tile_page.body(layout, root, pages.records_page_name(layout.ns)), layout.ns)
+            tile_page.body(layout, root, pages.records_page_name(layout.ns), type_pages),
+            layout.ns)
     for ns in facts.namespaces():
         files[pages.records_page_name(ns)] = pages.records_page(
             ns, facts.records[ns], [t for t in facts.tiles if t.ns == ns], instances)

@@ -135,8 +135,23 @@ def enum_type_section(t, columns):
     note = f" · {inferred} with inferred codes" if inferred else ""
     return (f'<section id="{escape(t.name)}"><h2>{escape(t.name)}</h2>'
             f'<p>{kind}{t.count} enumerants · answered: {answered}{note} · declared at '
-            f'{escape(t.source)}</p>{constants_table(t.members, columns, sortable=True)}'
-            f'</section>')
+            f'{escape(t.source)}</p>{type_takers(t)}'
+            f'{constants_table(t.members, columns, sortable=True)}</section>')
+
+
+def type_takers(t):
+    """The fields that hold the type's codes, each linked to its record on the records page of
+    each namespace that has it, with the row of the table of field types it rests on."""
+    if not t.fields:
+        return '<p class="takers">No field of the tables is known to hold its codes.</p>'
+    items = []
+    for record, field, namespaces, row in t.fields:
+        where = ", ".join(link(records_page_name(ns), record, ns) for ns in namespaces)
+        items.append(f"<li><code>{escape(record)}.{escape(field)}</code> ({where}; "
+                     f"{escape(row.basis)}, {escape(row.source)})</li>")
+    return (f'<p class="takers">Held by {len(t.fields)} '
+            f'{"field" if len(t.fields) == 1 else "fields"}:</p><ul class="types">'
+            f'{"".join(items)}</ul>')
 
 
 def enum_page(types, columns):

@@ -247,15 +247,18 @@ def open_depth(root):
         depth += 1
 
 
-def _tree_rows(node, records_page, depth, opened, out):
+def _tree_rows(node, records_page, type_pages, depth, opened, out):
     for child in node.children:
         # Long names break after an underscore, never inside a word.
         name, regs = escape(child.name).replace("_", "_<wbr>"), registers(*child.regs)
         if child.leaf:
             kind = child.leaf.get("type")  # the enumeration type of its codes, if it has one
             typed = f' data-type="{escape(kind)}"' if kind else ""
+            # A typed leaf names its type, linked to the page of the type's names and codes.
+            type_link = (f' <a class="ty" href="{type_pages[kind]}#{escape(kind)}">'
+                         f'{escape(kind)}</a>' if kind else "")
             out.append(f'<div class="r" id="{escape(child.path)}"{typed}>'
-                       f'<span class="n">{name}</span>'
+                       f'<span class="n">{name}{type_link}</span>'
                        f'<span>{child.first}</span><span>{child.bits}</span><span>{regs}</span>'
                        f'</div>')
             continue
@@ -264,19 +267,20 @@ def _tree_rows(node, records_page, depth, opened, out):
         out.append(f'<details{state} id="{escape(child.path)}"><summary><span class="n">{name} '
                    f'<em>{kind}</em></span><span>{child.first}</span><span>{child.bits}</span>'
                    f'<span>{regs}</span></summary>')
-        _tree_rows(child, records_page, depth + 1, opened, out)
+        _tree_rows(child, records_page, type_pages, depth + 1, opened, out)
         out.append("</details>")
 
 
-def field_tree(root, records_page):
+def field_tree(root, records_page, type_pages):
     out = ['<div class="tree"><div class="th"><span class="n">path</span><span>offset</span>'
            '<span>width</span><span>registers</span></div>']
-    _tree_rows(root, records_page, 1, open_depth(root), out)
+    _tree_rows(root, records_page, type_pages, 1, open_depth(root), out)
     out.append("</div>")
     return "".join(out)
 
 
-def body(layout, root, records_page):
+def body(layout, root, records_page, type_pages):
+    """The tile's page; `type_pages` says on which page each enumeration type stands."""
     serves = ", ".join(g.label for g in layout.serves)
     leaves = len(layout.leaves)
     return (f'<h1>{escape(layout.tile.upper())} of {escape(layout.ns)} '
@@ -293,4 +297,4 @@ def body(layout, root, records_page):
             f'<button type="button" data-tree="open">Expand all</button>'
             f'<button type="button" data-tree="close">Collapse all</button>'
             f'<output id="leaf"></output></div>'
-            f'{field_tree(root, records_page)}</section></div>')
+            f'{field_tree(root, records_page, type_pages)}</section></div>')

@@ -91,13 +91,36 @@ class TilePagesTest(unittest.TestCase):
                     for r in page(name).root.iter("div", "r")]
             shown = [(path, int(s[1]), int(s[2]), s[3]) for path, s in rows]
             for path, spans in rows:
-                self.assertTrue(path.endswith(spans[0]), f"{name}: row {path} reads {spans[0]}")
+                leaf_name = spans[0].split(" ")[0]  # a typed leaf's type follows its name
+                self.assertTrue(path.endswith(leaf_name), f"{name}: row {path} reads {spans[0]}")
             served = [p for p, records in self.products.items() if records == ns]
             for product in served:
                 with self.subTest(page=name, product=product):
                     self.assertEqual(shown, self.layout(product, tile))
             self.assertIn(", ".join(f"{p} ({self.codes[p]})" for p in served),
                           page(name).root.text())
+
+    def test_typed_leaves_link_their_type_as_the_tool_says(self):
+        """A leaf's type is the one `layout --json` gives, linked to the type's section."""
+        type_page = {}
+        for name in os.listdir(ARGS.site):
+            if name.endswith(".html") and (name.startswith("enum-") or
+                                           name in ("opcodes.html", "registers.html")):
+                for section in page(name).root.iter("section"):
+                    type_page[section.attrs.get("id")] = name
+        for name in self.tiles:
+            _, ns, tile = name[:-5].split("-")
+            product = next(p for p, records in self.products.items() if records == ns)
+            expected = {leaf["path"]: leaf["type"] for leaf in sitecheck.tool_json(
+                ARGS.archspec, "layout", "--arch", product, tile, "--json")["leaves"]
+                if "type" in leaf}
+            self.assertTrue(expected, name)
+            shown = {}
+            for row in page(name).root.iter("div", "r"):
+                for a in row.iter("a", "ty"):
+                    shown[row.attrs["id"]] = a.text()
+                    self.assertEqual(a.attrs["href"], f"{type_page[a.text()]}#{a.text()}")
+            self.assertEqual(shown, expected, name)
 
     def test_boxes_cover_each_leaf_bits_once(self):
         """The boxes of the n-th leaf, read back as bits of the map's rows, are exactly its bits;
@@ -120,6 +143,33 @@ class TilePagesTest(unittest.TestCase):
                     self.assertEqual(bits, list(range(offset, offset + width)), row.attrs["id"])
                     crossing += len(list(group.iter("rect"))) > 1
                 self.assertGreater(crossing, 0, "no leaf crosses a row: the test shows nothing")
+
+
+class TypePagesTest(unittest.TestCase):
+    """Each enumeration type's section lists the fields that hold its codes, from the table of
+    field types, each linked to its record."""
+
+    def test_every_typed_field_is_listed_under_its_type(self):
+        import field_types
+
+        errors = genlib.Errors()
+        rows = field_types.load(os.path.join(GEN_DIR, "tables"), errors)[-1]
+        self.assertFalse(errors)
+        expected = {}
+        for row in rows:
+            for type_name in set(row.types.values()):
+                expected.setdefault(type_name, set()).add(f"{row.record}.{row.field}")
+        shown = {}
+        for name in os.listdir(ARGS.site):
+            if not name.endswith(".html"):
+                continue
+            for section in page(name).root.iter("section"):
+                for li in section.iter("li"):
+                    codes = list(li.iter("code"))
+                    if codes and any(a.attrs.get("href", "").startswith("records-")
+                                     for a in li.iter("a")):
+                        shown.setdefault(section.attrs["id"], set()).add(codes[0].text())
+        self.assertEqual(shown, expected)
 
 
 class ConstantPagesTest(unittest.TestCase):
