@@ -163,7 +163,7 @@ std::unique_ptr<TileRecord> OpenTile(const Options& options, const std::string& 
   }
   const ArchVersion version = SelectArch(arch, source);
   if (tile.empty()) {
-    Fail(kBadUsage, std::string("TILE is required: pcu, pmu, switch or agcu") +
+    Fail(kBadUsage, "TILE is required: " + TileNames("or") +
                         (listing.empty() ? "" : ", unless the listing's header names it"));
   }
   std::unique_ptr<TileRecord> record = TileRecord::Create(version, SelectTile(tile));
@@ -628,19 +628,20 @@ void RunCheck(const Options& options, std::string& out) {
 
 CLI::App* AddArch(CLI::App* command, Options& options) {
   command->add_option("--arch", options.arch,
-                      "Chip generation by product name: mk41, mk42, mk43 or mk44 (any case)");
+                      "Chip generation by product name: " + ProductNames() + " (any case)");
   return command;
 }
 
 void AddTile(CLI::App* command, Options& options) {
-  command->add_option("TILE", options.tile, "Tile: pcu, pmu, switch or agcu")->required();
+  command->add_option("TILE", options.tile, "Tile: " + TileNames("or"))->required();
 }
 
 // TILE and --arch for a command that reads a listing, whose header may name them instead.
 void AddTileOrHeader(CLI::App* command, Options& options) {
-  command->add_option("TILE", options.tile,
-                      "Tile: pcu, pmu, switch or agcu; may be left out (and so may --arch) where "
-                      "a listing's header names it");
+  command->add_option(
+      "TILE", options.tile,
+      "Tile: " + TileNames("or") +
+          "; may be left out (and so may --arch) where a listing's header names it");
 }
 
 void AddForce(CLI::App* command, Options& options) {
@@ -788,7 +789,8 @@ int Main(int argc, char** argv, std::string& out) {
   encode->footer(
       "Examples:\n"
       "  archspec encode --arch mk43 pcu examples/pcu_program.sparse -o prog.bits\n"
-      "  archspec encode --arch mk43 pcu examples/pcu_program.sparse --bytes -o prog.bin");
+      "  archspec encode --arch mk43 pcu examples/pcu_program.sparse --bytes -o prog.bin\n"
+      "  archspec encode fix.sparse -o fix.bits     # the generation and tile of its header");
 
   CLI::App* patch = AddArch(
       app.add_subcommand("patch", "Apply a sparse listing of changes to a configuration"), options);
