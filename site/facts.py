@@ -161,12 +161,10 @@ def _load_tables(tables, gen_dir):
 
 
 def gather(archspec, tables, gen_dir):
-    table_generations, records, tiles, enum_types, enum_items, sources, takers = \
+    _, records, tiles, enum_types, enum_items, sources, takers = \
         _load_tables(tables, gen_dir)
-    answers_as = {g.code: g.answers if g.answers not in ("", "own") else g.code
-                  for g in table_generations.rows}
     generations = [Generation(row["version"], row["product"], row["code_name"], row["records"],
-                              row["selectable"], answers_as.get(row["code_name"], row["code_name"]))
+                              row["selectable"], row["answers_as"])
                    for row in run_tool(archspec, "archs")]
     columns = [g for g in generations if g.selectable]
 

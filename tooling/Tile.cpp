@@ -83,14 +83,32 @@ const TileType* FindTileType(std::string_view name) {
   return nullptr;
 }
 
-std::string TileNames() {
+namespace {
+
+// "a, b and c".
+std::string JoinNames(const std::vector<std::string_view>& names, const char* conjunction) {
   std::string out;
-  const auto tiles = TileTypes();
-  for (size_t i = 0; i < tiles.size(); ++i) {
-    if (i > 0) out += i + 1 == tiles.size() ? " and " : ", ";
-    out += tiles[i].name;
+  for (size_t i = 0; i < names.size(); ++i) {
+    if (i > 0) out += i + 1 == names.size() ? std::string(" ") + conjunction + " " : ", ";
+    out += names[i];
   }
   return out;
+}
+
+}  // namespace
+
+std::string TileNames(const char* conjunction) {
+  std::vector<std::string_view> names;
+  for (const TileType& tile : TileTypes()) names.push_back(tile.name);
+  return JoinNames(names, conjunction);
+}
+
+std::string ProductNames(const char* conjunction) {
+  std::vector<std::string_view> names;
+  for (const GenerationRow& row : zu::spec::GenerationTable()) {
+    if (row.selectable) names.push_back(row.product_name);
+  }
+  return JoinNames(names, conjunction);
 }
 
 const GenerationRow* FindGeneration(const ArchVersion& version) {

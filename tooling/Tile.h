@@ -27,8 +27,10 @@ namespace archspec {
 
 // The tile type of that name ("pcu", "pmu", "switch", "agcu", any case), or null.
 const TileType* FindTileType(std::string_view name);
-// "pcu, pmu, switch and agcu": the tile names for messages.
-std::string TileNames();
+// "pcu, pmu, switch and agcu": the tile names for messages, the last after `conjunction`.
+std::string TileNames(const char* conjunction = "and");
+// "mk41, mk42, mk43 or mk44": the product names of the selectable generations, as above.
+std::string ProductNames(const char* conjunction = "or");
 // The row of the table of generations that describes `version`: its own row, or the one row of its
 // major. Null for a version that no row describes.
 const zu::spec::GenerationRow* FindGeneration(const zu::spec::ArchVersion& version);

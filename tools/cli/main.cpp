@@ -274,6 +274,13 @@ json AccessorJson(const Accessor& accessor, const ArchVersion& version) {
 // ---------------------------------------------------------------------------------------------
 // Subcommands.
 
+// The code of the generation whose answers `row` gives: its own, or the one its classes derive
+// from ("ko" for mk42); null for a generation without answers.
+json AnswersAs(const zu::spec::GenerationRow& row) {
+  if (!row.has_answers()) return nullptr;
+  return *row.answers_as != '\0' ? row.answers_as : row.code_name;
+}
+
 void RunArchs(const Options& options, std::string& out) {
   json rows = json::array();
   for (const zu::spec::GenerationRow& row : zu::spec::GenerationTable()) {
@@ -281,6 +288,7 @@ void RunArchs(const Options& options, std::string& out) {
                     {"product", row.product_name},
                     {"code_name", row.code_name},
                     {"records", row.records},
+                    {"answers_as", AnswersAs(row)},
                     {"selectable", row.selectable}});
   }
   if (options.json) {
