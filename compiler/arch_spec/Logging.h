@@ -1,4 +1,5 @@
-// The three failure functions of the library. Every failure a caller can cause goes through them.
+// The failure functions of the library, `check`, `fatal`, `error` and `unreachable`. Every failure
+// a caller can cause goes through them.
 #pragma once
 
 #include <string_view>

@@ -39,6 +39,16 @@ def class_heading(rec, base):
     return [f"class {rec.name} final", f"    : public {base} {{"]
 
 
+def member_line(fld, rec):
+    """A member, with the table row it comes from; the row above it where the line would be too
+    long."""
+    member = f"  {fld.cell.cpp()} {fld.name};"
+    row = f"// {os.path.basename(rec.path)}:{fld.line}"
+    if len(member) + 2 + len(row) <= genlib.LINE_WIDTH:
+        return f"{member}  {row}"
+    return f"  {row}\n{member}"
+
+
 def visit_line(name):
     line = f'    visit("{name}", self.{name});'
     return line if len(line) <= genlib.LINE_WIDTH else f'    visit("{name}",\n          self.{name});'
@@ -52,7 +62,7 @@ def emit_record(rec):
             f"  static constexpr size_t kSizeInBits = {rec.bits};",
             f"  static constexpr size_t kFieldCount = {len(rec.fields)};",
             f"  static constexpr int kUniqueIds = {rec.ids};", ""]
-    out += [f"  {fld.cell.cpp()} {fld.name};" for fld in rec.fields]
+    out += [member_line(fld, rec) for fld in rec.fields]
     out += ["", "  template <class Self, class Visit>",
             "  static void Fields(Self& self, Visit&& visit) {"]
     out += [visit_line(fld.name) for fld in rec.fields]

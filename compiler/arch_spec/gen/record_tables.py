@@ -34,7 +34,7 @@ from genlib import TableError, table_lines
 
 MAX_LEAF_BITS = 64
 NAME_RE = re.compile(r"[A-Za-z_][A-Za-z0-9_]*\Z")
-HEADING_DECL_RE = re.compile(r"([a-z]+)=(\d+)/(\d+)(?:/(\d+))?\Z")
+HEADING_DECL_RE = re.compile(r"([a-z][a-z0-9]*)=(\d+)/(\d+)(?:/(\d+))?\Z")
 LEAF_RE = re.compile(r"(\d+)\Z")
 PACKED_RE = re.compile(r"(\d+)x(\d+)\Z")
 ARRAY_RE = re.compile(r"\[(\d+)\](.+)\Z")

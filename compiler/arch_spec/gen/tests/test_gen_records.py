@@ -72,7 +72,9 @@ class GeneratorTest(unittest.TestCase):
         header = files["KoConfig.h"]
         self.assertLess(header.index("class inner"), header.index("class top"))
         self.assertIn("class top final : public Record<top, KoGeneration> {", header)
-        self.assertIn("  ArrayLE<2, inner> y;\n  PackedArray<1, 1> w;\n", header)
+        # Each member cites its row.
+        self.assertIn("  ArrayLE<2, inner> y;  // t.rec:6\n  PackedArray<1, 1> w;  // t.rec:8\n",
+                      header)
         self.assertIn('    visit("y", self.y);\n', header)
         self.assertIn("extern template class Record<ko::top, KoGeneration>;", header)
         self.assertIn("static constexpr int kMinors[] = {0, 1};", header)
@@ -127,6 +129,14 @@ class GeneratorTest(unittest.TestCase):
             "t.rec:5: error: record top, generation ko: field x: found leaf of 65 bits, "
             "expected 1 to 64 bits",
         )
+
+    def test_a_namespace_the_generations_do_not_name(self):
+        # A namespace with a digit reads as a namespace, and is refused as one no generation has.
+        code, lines, files = self.run_tables(
+            GOOD.replace("record inner  ko=6/2  ry=7/2", "record inner  ko=6/2  ry2=7/2"))
+        self.assertEqual((code, files), (1, {}))
+        self.assertEqual(lines[0], "t.rec:1: error: record inner, generation ry2: found unknown "
+                                   "generation 'ry2', expected one of ko, ry, rye")
 
     def test_reference_to_a_record_of_another_generation(self):
         self.assert_refused(
