@@ -25,6 +25,13 @@ case "$mode" in
     prefix="$scratch/root/usr"
     "$prefix/bin/archspec" archs | grep -q "mk43" || { echo "the packaged archspec failed"; exit 1; }
     echo "the packaged archspec lists the generations"
+    # Its version is the project's, and its bash completion is where bash-completion looks.
+    "$prefix/bin/archspec" --version | grep -qx "archspec $(sed -n 's/^Version: //p' \
+      "$(find "$prefix" -name archspeccore.pc | head -1)")" ||
+      { echo "the packaged archspec's version is not the package's"; exit 1; }
+    grep -q "complete -o filenames -F _archspec archspec" \
+      "$prefix/share/bash-completion/completions/archspec" ||
+      { echo "the package has no bash completion of archspec"; exit 1; }
     # The packaged Python package, where Debian's Python looks, finds the packaged library.
     if [ -d "$prefix/lib/python3/dist-packages/archspec" ]; then
       PYTHONPATH="$prefix/lib/python3/dist-packages" /usr/bin/python3 -c \
