@@ -22,11 +22,7 @@ std::string Shown(char c) {
 BitsResult ReadBitText(std::string_view text, size_t expected_bits, std::string_view what) {
   BitsResult result;
   result.bits.reserve(expected_bits);
-  // A byte-order mark, as some editors write first, is no character of the text.
-  constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-  if (text.substr(0, kByteOrderMark.size()) == kByteOrderMark) {
-    text.remove_prefix(kByteOrderMark.size());
-  }
+  text = SkipByteOrderMark(text);
   size_t line = 1;
   size_t column = 0;
   for (char c : text) {

@@ -101,4 +101,12 @@ std::string EchoText(std::string_view text, size_t max_bytes) {
   return out;
 }
 
+std::string_view SkipByteOrderMark(std::string_view text) {
+  constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+  if (text.substr(0, kByteOrderMark.size()) == kByteOrderMark) {
+    text.remove_prefix(kByteOrderMark.size());
+  }
+  return text;
+}
+
 }  // namespace archspec

@@ -24,15 +24,6 @@ bool SameIgnoringCase(std::string_view a, std::string_view b) {
   });
 }
 
-constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-
-std::string_view SkipByteOrderMark(std::string_view text) {
-  if (text.substr(0, kByteOrderMark.size()) == kByteOrderMark) {
-    text.remove_prefix(kByteOrderMark.size());
-  }
-  return text;
-}
-
 // The next blank-separated word of `text`, taken off its front.
 std::string_view NextWord(std::string_view& text) {
   text = Trim(text);
