@@ -410,15 +410,10 @@ class Tile {
                             " lies outside " + record_->Describe() + ", which has bits 0 to " +
                             std::to_string(layout().bits() - 1));
     }
-    const int64_t bit = position.cast<int64_t>();
-    const size_t index = *layout().LeafAtBit(static_cast<uint32_t>(bit));
-    const Leaf& leaf = layout().leaves()[index];
-    // The leaf's bits stand most significant first: its first bit is value bit width - 1.
-    const uint32_t value_bit = leaf.width - 1 - (static_cast<uint32_t>(bit) - leaf.offset);
-    const bool high = value_bit >= 32;
-    return py::make_tuple(leaf.path, leaf.offset, leaf.width, value_bit,
-                          high ? leaf.reg_hi.value_or(0) : leaf.reg_lo,
-                          high ? value_bit - 32 : value_bit);
+    const BitPlace place = *layout().PlaceOfBit(position.cast<uint32_t>());
+    const Leaf& leaf = layout().leaves()[place.leaf];
+    return py::make_tuple(leaf.path, leaf.offset, leaf.width, place.value_bit, place.reg,
+                          place.register_bit);
   }
 
   // {path: value} in bit order, of every leaf or of those not 0; `paths` is Paths(), which the

@@ -91,4 +91,18 @@ std::string Registers(const Leaf& leaf) {
   return out;
 }
 
+std::optional<BitPlace> Layout::PlaceOfBit(uint32_t bit) const {
+  const std::optional<size_t> index = LeafAtBit(bit);
+  if (!index.has_value()) return std::nullopt;
+  const Leaf& leaf = leaves_[*index];
+  BitPlace place;
+  place.leaf = *index;
+  // The leaf's bits stand most significant first: its first bit is value bit width - 1.
+  place.value_bit = leaf.width - 1 - (bit - leaf.offset);
+  const bool high_word = place.value_bit >= 32;
+  place.reg = high_word ? leaf.reg_hi.value_or(0) : leaf.reg_lo;
+  place.register_bit = high_word ? place.value_bit - 32 : place.value_bit;
+  return place;
+}
+
 }  // namespace archspec

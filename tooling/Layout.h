@@ -31,6 +31,14 @@ struct Branch {
   size_t last_leaf = 0;              // the last leaf below it: its leaves are first to last
 };
 
+// A bit of a record as the leaf and the register word that carry it.
+struct BitPlace {
+  size_t leaf = 0;            // index in the layout
+  uint32_t value_bit = 0;     // bit of the leaf's value: its first bit is value bit width - 1
+  uint32_t reg = 0;           // register word: the low word up to value bit 31, then the high
+  uint32_t register_bit = 0;  // bit of that word
+};
+
 class Layout {
  public:
   Layout() = default;
@@ -50,6 +58,9 @@ class Layout {
   std::optional<size_t> Find(std::string_view path) const;
   // The index of the leaf that holds `bit`, if the bit lies inside the record.
   std::optional<size_t> LeafAtBit(uint32_t bit) const;
+  // Where `bit` of the record lies: its leaf, which bit of the leaf's value, and which bit of
+  // which register word; empty outside the record.
+  std::optional<struct BitPlace> PlaceOfBit(uint32_t bit) const;
   // The path most like `path`, for "did you mean" hints; empty if the layout has no leaves.
   std::string Nearest(std::string_view path) const;
   // The record or array that `path` names ("" is the tile's record), or null: a leaf's path, or a

@@ -429,24 +429,20 @@ void RunWhere(const Options& options, std::string& out) {
   const std::unique_ptr<TileRecord> record = OpenTile(options);
   const Layout& layout = record->layout();
   const uint32_t bit = ParseBit(options.bit);
-  const std::optional<size_t> index = layout.LeafAtBit(bit);
-  if (!index.has_value()) {
+  const std::optional<BitPlace> place = layout.PlaceOfBit(bit);
+  if (!place.has_value()) {
     Fail(kBadUsage, "bit " + std::to_string(bit) + " lies outside " + record->Describe() +
                         ", which has bits 0 to " + std::to_string(layout.bits() - 1));
   }
-  const Leaf& leaf = layout.leaves()[*index];
-  // The leaf's bits stand most significant first: its first bit is value bit width - 1.
-  const uint32_t value_bit = leaf.width - 1 - (bit - leaf.offset);
-  const bool high_word = value_bit >= 32;
-  const uint32_t reg = high_word ? leaf.reg_hi.value_or(0) : leaf.reg_lo;
+  const Leaf& leaf = layout.leaves()[place->leaf];
   Printf(out, "bit %u of %s:\n", bit, record->Describe().c_str());
   Printf(out, "  leaf      %s\n", leaf.path.c_str());
   Printf(out, "  leaf bits %u..%u (%u bits, most significant first)\n", leaf.offset,
          leaf.offset + leaf.width - 1, leaf.width);
-  Printf(out, "  value bit %u (weight %s)\n", value_bit,
-         Hex(value_bit >= 64 ? 0 : uint64_t{1} << value_bit).c_str());
-  Printf(out, "  register  %u, bit %u\n", reg, high_word ? value_bit - 32 : value_bit);
-  if (const Enumeration* type = NamingOf(*record).TypeOf(*index)) {
+  Printf(out, "  value bit %u (weight %s)\n", place->value_bit,
+         Hex(uint64_t{1} << place->value_bit).c_str());
+  Printf(out, "  register  %u, bit %u\n", place->reg, place->register_bit);
+  if (const Enumeration* type = NamingOf(*record).TypeOf(place->leaf)) {
     Printf(out, "  type      %.*s\n", static_cast<int>(type->name().size()), type->name().data());
   }
 }
