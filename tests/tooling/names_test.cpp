@@ -13,31 +13,12 @@
 #include "Sparse.h"
 #include "Tile.h"
 #include "compiler/arch_spec/gen/GenerationTable.h"
+#include "tile_cases.h"
 
 namespace archspec {
 namespace {
 
 using zu::spec::ArchVersion;
-
-struct TileCase {
-  const char* arch;
-  const TileType* tile;
-};
-
-std::string CaseName(const testing::TestParamInfo<TileCase>& info) {
-  return std::string(info.param.arch) + "_" + info.param.tile->name;
-}
-
-// Every tile of the first selectable generation of each records namespace: the twelve records.
-std::vector<TileCase> AllTileCases() {
-  std::vector<TileCase> cases;
-  std::set<std::string> namespaces;
-  for (const zu::spec::GenerationRow& row : zu::spec::GenerationTable()) {
-    if (!row.selectable || !namespaces.insert(row.records).second) continue;
-    for (const TileType& tile : TileTypes()) cases.push_back({row.product_name, &tile});
-  }
-  return cases;
-}
 
 ArchVersion Version(const char* arch) {
   std::string error;

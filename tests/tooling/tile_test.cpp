@@ -14,6 +14,7 @@
 #include "compiler/arch_spec/ArchSpec.h"
 #include "compiler/arch_spec/Constructs.h"
 #include "compiler/arch_spec/gen/ArchConstants.h"
+#include "tile_cases.h"
 
 namespace archspec {
 namespace {
@@ -21,26 +22,6 @@ namespace {
 using zu::spec::ArchSpec;
 using zu::spec::ArchVersion;
 using zu::spec::BaseConstruct;
-
-struct TileCase {
-  const char* arch;
-  const TileType* tile;
-};
-
-std::string CaseName(const testing::TestParamInfo<TileCase>& info) {
-  return std::string(info.param.arch) + "_" + info.param.tile->name;
-}
-
-// Every tile of the first selectable generation of each records namespace.
-std::vector<TileCase> AllTileCases() {
-  std::vector<TileCase> cases;
-  std::set<std::string> namespaces;
-  for (const zu::spec::GenerationRow& row : zu::spec::GenerationTable()) {
-    if (!row.selectable || !namespaces.insert(row.records).second) continue;
-    for (const TileType& tile : TileTypes()) cases.push_back({row.product_name, &tile});
-  }
-  return cases;
-}
 
 // Each test registers one record from id 0; the table of field locations is process-wide, so it
 // is emptied first (the records of earlier tests are gone by then).
