@@ -147,10 +147,12 @@ def type_takers(t):
     items = []
     for record, field, namespaces, row in t.fields:
         where = ", ".join(link(records_page_name(ns), record, ns) for ns in namespaces)
-        items.append(f"<li><code>{escape(record)}.{escape(field)}</code> ({where}; "
-                     f"{escape(row.basis)}, {escape(row.source)})</li>")
+        # A long name breaks after an underscore or a dot, never inside a word.
+        name = escape(f"{record}.{field}").replace("_", "_<wbr>").replace(".", ".<wbr>")
+        items.append(f"<li><code>{name}</code> ({where}; {escape(row.basis)}, "
+                     f"{escape(row.source)})</li>")
     return (f'<p class="takers">Held by {len(t.fields)} '
-            f'{"field" if len(t.fields) == 1 else "fields"}:</p><ul class="types">'
+            f'{"field" if len(t.fields) == 1 else "fields"}:</p><ul class="takers">'
             f'{"".join(items)}</ul>')
 
 
