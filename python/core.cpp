@@ -423,12 +423,11 @@ class Tile {
     py::dict out;
     for (size_t i = 0; i < values_.size(); ++i) {
       if (nonzero_only && values_[i] == 0) continue;
-      const std::span<const EnumName> found =
-          names ? naming().NamesOf(i, values_[i]) : std::span<const EnumName>();
-      if (found.empty()) {
+      const std::string_view name = names ? naming().ShownName(i, values_[i]) : "";
+      if (name.empty()) {
         out[paths[i]] = py::int_(values_[i]);
       } else {
-        out[paths[i]] = py::str(std::string(found[0].name));
+        out[paths[i]] = py::str(name.data(), name.size());
       }
     }
     return out;

@@ -1,5 +1,5 @@
 // The generated link between tiles' leaves and the enumerations (from the table of field types,
-// tables/records/field_types.tbl): the enumeration types with their kinds, the enumerant codes that
+// tables/records/field_types.tbl): the enumeration types, the enumerant codes that
 // are inferred rather than stated, and the leaves of each tile that hold a code of a type.
 #pragma once
 
@@ -10,7 +10,6 @@ namespace archspec {
 // One enumeration type of the constants interface.
 struct EnumTypeRow {
   const char* name;    // "stage_opcode_t"
-  const char* kind;    // "crossbar", "mux", "udc-select", "ormask", "signals", or "" for codes
   const char* source;  // its table row, "enums_opcodes.tbl:212"
 };
 

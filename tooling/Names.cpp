@@ -81,8 +81,8 @@ std::string PathTemplate(std::string_view path) {
 // ---------------------------------------------------------------------------------------------
 // Enumeration
 
-Enumeration::Enumeration(std::string_view name, std::string_view kind, std::vector<EnumName> names)
-    : name_(name), kind_(kind), names_(std::move(names)) {
+Enumeration::Enumeration(std::string_view name, std::vector<EnumName> names)
+    : name_(name), names_(std::move(names)) {
   // Stable: names of one code keep the interface's order after the rule's first two keys.
   std::stable_sort(names_.begin(), names_.end(), [](const EnumName& a, const EnumName& b) {
     return std::make_tuple(a.code, IsMarker(a.name), a.inferred) <
@@ -170,7 +170,7 @@ Enumerations::Enumerations(const zu::spec::GenerationRow& row)
     auto names = found.find(type.name);
     if (names == found.end()) continue;
     index_.emplace(type.name, types_.size());
-    types_.emplace_back(type.name, type.kind, std::move(names->second));
+    types_.emplace_back(type.name, std::move(names->second));
   }
 }
 
@@ -264,9 +264,9 @@ void Naming::AppendValue(std::string& out, size_t leaf, uint64_t value) const {
   }
 }
 
-std::string Naming::ValueText(size_t leaf, uint64_t value) const {
+std::string_view Naming::ShownName(size_t leaf, uint64_t value) const {
   const std::span<const EnumName> names = NamesOf(leaf, value);
-  return names.empty() ? Hex(value) : std::string(names[0].name);
+  return names.empty() ? std::string_view() : names[0].name;
 }
 
 NamedValue Naming::Resolve(size_t leaf, std::string_view name) const {
@@ -329,10 +329,10 @@ std::string Naming::NameTree(std::string_view tree, const std::vector<uint64_t>&
       const uint32_t offset = static_cast<uint32_t>(std::stoul(std::string(digits), nullptr, 16));
       const std::optional<size_t> leaf = layout_->LeafAtBit(offset);
       if (leaf.has_value() && types_[*leaf] != nullptr && *leaf < values.size()) {
-        const std::span<const EnumName> names = types_[*leaf]->NamesOf(values[*leaf]);
-        if (!names.empty()) {
+        const std::string_view name = ShownName(*leaf, values[*leaf]);
+        if (!name.empty()) {
           out += " (";
-          out += names[0].name;
+          out += name;
           out += ")";
         } else if (values[*leaf] != 0) {
           out += " (not a code of ";

@@ -36,10 +36,9 @@ struct EnumName {
 // One enumeration type as one generation answers it.
 class Enumeration {
  public:
-  Enumeration(std::string_view name, std::string_view kind, std::vector<EnumName> names);
+  Enumeration(std::string_view name, std::vector<EnumName> names);
 
   std::string_view name() const { return name_; }  // "stage_opcode_t"
-  std::string_view kind() const { return kind_; }  // "crossbar", "mux", ... or ""
   // Every name the generation answers, by code; names that share a code in the order of
   // preference, the one to show first.
   const std::vector<EnumName>& names() const { return names_; }
@@ -52,7 +51,6 @@ class Enumeration {
 
  private:
   std::string_view name_;
-  std::string_view kind_;
   std::vector<EnumName> names_;
   // The codes that have names, ascending, each with the index of its first name in names_; the
   // names of codes_[k] are names_[firsts_[k]] up to names_[firsts_[k + 1]].
@@ -114,8 +112,8 @@ class Naming {
   // hexadecimal, followed by "  # ..." saying what else the reader should know (other names of
   // the code, an inferred code, a code of no name of the type).
   void AppendValue(std::string& out, size_t leaf, uint64_t value) const;
-  // "stage_opcode_alu_op_max" or "0x1a": the value alone, by its name where it has one.
-  std::string ValueText(size_t leaf, uint64_t value) const;
+  // The name shown for `value` in leaf `leaf`, by the rule above; empty where it has none.
+  std::string_view ShownName(size_t leaf, uint64_t value) const;
 
   // The code of `name` written for leaf `leaf`: an enumerant the generation answers and, for a
   // typed leaf, one of the leaf's type; else why not, with the nearest names of the type.

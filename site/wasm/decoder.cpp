@@ -165,7 +165,9 @@ emscripten::val Bytes() {
 std::string ValueOf(int leaf) {
   Session& session = Current();
   if (!session.record || leaf < 0 || static_cast<size_t>(leaf) >= session.values.size()) return "";
-  return session.names->ValueText(static_cast<size_t>(leaf), session.values[leaf]);
+  const uint64_t value = session.values[leaf];
+  const std::string_view name = session.names->ShownName(static_cast<size_t>(leaf), value);
+  return name.empty() ? Hex(value) : std::string(name);
 }
 
 // The indices of the leaves that are not zero, in bit order, for lighting the bit map.

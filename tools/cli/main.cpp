@@ -463,8 +463,8 @@ void AddNames(json& leaf, const Naming& names, size_t index,
   if (type == nullptr) return;
   leaf["type"] = type->name();
   for (const auto& [key, value] : values) {
-    const std::span<const EnumName> found = names.NamesOf(index, value);
-    if (!found.empty()) leaf[key] = found[0].name;
+    const std::string_view name = names.ShownName(index, value);
+    if (!name.empty()) leaf[key] = name;
   }
 }
 
@@ -473,8 +473,8 @@ void AddNames(json& leaf, const Naming& names, size_t index,
 std::string ShownValue(const Naming* names, size_t leaf, uint64_t value) {
   std::string out = Hex(value);
   if (names == nullptr) return out;
-  const std::span<const EnumName> found = names->NamesOf(leaf, value);
-  if (!found.empty()) out += " (" + std::string(found[0].name) + ")";
+  const std::string_view name = names->ShownName(leaf, value);
+  if (!name.empty()) out += " (" + std::string(name) + ")";
   return out;
 }
 

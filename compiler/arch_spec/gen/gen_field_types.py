@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """Generates FieldTypes.cpp, the link between a tile's leaves and the enumerations, for the tooling
-layer: the enumeration types (with their kind), the enumerant codes that were inferred rather than
+layer: the enumeration types, the enumerant codes that were inferred rather than
 stated, and for every tile of every records namespace the leaves that hold a code of a type, as
 path templates ("simd_structIn[][].stage_opcode"). It reads tables/records/field_types.tbl, which
 field_types.py reads and checks against the record and enumerant tables.
@@ -29,10 +29,9 @@ def emit(generations, tiles, types, enums, rows, per_ns):
     columns = [g.code if g.answers == "own" else g.answers for g in with_answers]
     out = genlib.banner(GENERATOR, SOURCES)
     out += ['#include "FieldTypes.h"', "", "namespace archspec {", "namespace {", "",
-            "// type, kind (crossbar, mux, udc-select, ormask, signals or none), table row",
+            "// type, table row",
             "const EnumTypeRow kEnumTypes[] = {"]
-    for t in types:
-        out += wrap(f'    {{"{t.name}", "{t.kind}", "{os.path.basename(t.path)}:{t.line}"}},')
+    out += [f'    {{"{t.name}", "{os.path.basename(t.path)}:{t.line}"}},' for t in types]
     codes = " ".join(g.code for g in with_answers)
     out += ["};", "",
             f"// enumerant accessor, one character per generation with answers ({codes}):",
