@@ -8,10 +8,11 @@ what that rests on:
     PCU_SIMD_struct  stage_opA_sel  -    # why the field takes no type
 
 The type applies in every records namespace whose record has the field, or, written NS=TYPE, in
-the namespaces named. A row is refused when the record or field is unknown or holds no leaves,
-the type is not an enumeration type of the constants tables, a generation whose records have the
-field answers no code of the type, or a code that a generation answers does not fit the field's
-width. Run as a script, it prints the coverage of the tiles' leaves as Markdown.
+the namespaces named and in those whose record is a copy of a named one's (namespace NS like
+OTHER). A row is refused when the record or field is unknown or holds no leaves, the type is not
+an enumeration type of the constants tables, a generation whose records have the field answers no
+code of the type, or a code that a generation answers does not fit the field's width. Run as a
+script, it prints the coverage of the tiles' leaves as Markdown.
 """
 
 import collections
@@ -143,6 +144,12 @@ def parse_row(path, line, type_names, records):
             if ns in types:
                 raise fail(f"{where}: found {ns} twice, expected one type per namespace")
             types[ns] = name
+        # A namespace whose record is a copy of another's (namespace NS like OTHER) types the
+        # field as that one does.
+        for ns in present:
+            like = records[ns][record].like
+            if ns not in types and like in types:
+                types[ns] = types[like]
     for name in dict.fromkeys(types.values()):
         if name not in type_names:
             raise fail(f"{where}: found type {name}, expected one of the "

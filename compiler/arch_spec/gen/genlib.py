@@ -209,9 +209,6 @@ def load_generations(tables, errors):
                 if parent is None or parent.answers != "own":
                     raise TableError(path, g.line, f"generation {g.code} answers as "
                                      f"'{g.answers}', expected a generation with its own column")
-                if parent.records != g.records:
-                    raise TableError(path, g.line, f"generation {g.code} answers as {g.answers} "
-                                     f"but has records '{g.records}', expected {parent.records}")
     for ns, (major, _) in Generations(path, tuple(rows)).namespaces.items():
         majors = {g.version[0] for g in rows if g.records == ns}
         if len(majors) > 1:

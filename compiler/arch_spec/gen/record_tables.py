@@ -8,12 +8,19 @@ A table file holds tile lines and one block per record:
       stage_immediate       32
       rounding_enable       -         -         1
 
-A tile line names a tile type, its top-level record and what the tile is. A record heading names
-the record and declares, per records namespace that has it, the total bits, the number of direct
-fields and, for top-level records, the number of unique ids that numbering the whole record hands
-out (NS=BITS/FIELDS[/IDS]). Each row names one field, in record order, with one cell per namespace
-of the heading, or a single cell that holds for all of them. A record whose field order differs
-between namespaces has one block per namespace.
+A tile line names a tile type, its top-level record and what the tile is. A line
+
+    namespace ry2 like ry
+
+gives the records namespace ry2 (of a later generation than ry) a copy of each of ry's records
+that no block declares for ry2 itself: a new namespace starts as another's, and a record that
+differs is declared for it in its block (a cell per row, a total in the heading).
+
+A record heading names the record and declares, per records namespace that has it, the total
+bits, the number of direct fields and, for top-level records, the number of unique ids that
+numbering the whole record hands out (NS=BITS/FIELDS[/IDS]). Each row names one field, in record
+order, with one cell per namespace of the heading, or a single cell that holds for all of them. A
+record whose field order differs between namespaces has one block per namespace.
 
 Cells:
     6       leaf of 6 bits                               BitsInteger<6>
@@ -144,6 +151,7 @@ class Record:
     ids: object = None
     top_level: bool = False
     broken: bool = False  # a row failed: its totals would only repeat that error
+    like: str = ""  # the namespace whose block it was copied from (namespace NS like OTHER)
 
     @property
     def source(self):
@@ -152,6 +160,17 @@ class Record:
     def error(self, found, expected, line=None):
         return record_error(self.path, self.line if line is None else line, self.name, self.ns,
                             found, expected)
+
+
+@dataclasses.dataclass(frozen=True)
+class Like:
+    """namespace NS like OTHER: NS takes OTHER's records where its own blocks do not declare
+    them."""
+
+    ns: str
+    other: str
+    path: str
+    line: int
 
 
 @dataclasses.dataclass(frozen=True)
@@ -187,9 +206,26 @@ def parse_heading(path, lineno, words, namespaces):
     return name, decls
 
 
+def parse_like(path, lineno, words, namespaces):
+    """'namespace NS like OTHER', OTHER a namespace of an earlier generation than NS."""
+    if len(words) != 4 or words[2] != "like":
+        raise TableError(path, lineno, f"found '{' '.join(words)}', expected "
+                         "'namespace NS like OTHER'")
+    ns, other = words[1], words[3]
+    for name in (ns, other):
+        if name not in namespaces:
+            raise TableError(path, lineno, f"found records namespace '{name}', expected one of "
+                             f"{', '.join(namespaces)}")
+    if namespaces.index(other) >= namespaces.index(ns):
+        raise TableError(path, lineno, f"namespace {ns} like {other}: found {other} after {ns} in "
+                         f"the generations, expected the namespace of an earlier generation")
+    return Like(ns, other, path, lineno)
+
+
 def parse_table(path, namespaces, errors):
-    """The records and tiles that one table file declares, each namespace apart."""
-    records, tiles = [], []
+    """The records, tiles and namespace likenesses that one table file declares, each namespace
+    apart."""
+    records, tiles, likes = [], [], []
     block = None  # the records of the block being read, one per namespace of its heading
 
     def close_block():
@@ -209,11 +245,14 @@ def parse_table(path, namespaces, errors):
                     tiles.append(Tile(words[1], words[2], " ".join(words[3:]),
                                       f"{os.path.basename(path)}:{line.number}"))
                     continue
+                if words[0] == "namespace":
+                    likes.append(parse_like(path, line.number, words, namespaces))
+                    continue
                 if words[0] != "record":
                     raise record_error(path, line.number, "-", "-",
                                        f"found '{words[0]}' at the start of a line",
-                                       "expected a heading 'record NAME ...' or an indented "
-                                       "field row")
+                                       "expected a heading 'record NAME ...', a 'tile' or "
+                                       "'namespace' line, or an indented field row")
                 close_block()
                 block = []  # rows under a heading that fails are skipped with it
                 name, decls = parse_heading(path, line.number, words, namespaces)
@@ -231,7 +270,7 @@ def parse_table(path, namespaces, errors):
             for rec in block or ():
                 rec.broken = True  # a record missing a row would only repeat the error
     close_block()
-    return records, tiles
+    return records, tiles, likes
 
 
 def parse_row(path, lineno, words, block, errors):
@@ -399,6 +438,28 @@ def check_tiles(tiles, per_ns, errors):
                                       "records namespace"))
 
 
+def inherit(records, likes, namespaces, errors):
+    """Adds, for each 'namespace NS like OTHER', a copy for NS of every record of OTHER that no
+    block declares for NS. Namespaces are taken in generation order, so that NS may be like a
+    namespace that is itself like another."""
+    by_ns = {}
+    for like in likes:
+        if like.ns in by_ns:
+            first = by_ns[like.ns]
+            errors.add(TableError(like.path, like.line, f"namespace {like.ns}: found a second "
+                                  f"likeness, expected one (first at "
+                                  f"{os.path.basename(first.path)}:{first.line})"))
+        else:
+            by_ns[like.ns] = like
+    for ns in namespaces:
+        like = by_ns.get(ns)
+        if like is None:
+            continue
+        own = {r.name for r in records if r.ns == ns}
+        records += [dataclasses.replace(r, ns=ns, fields=list(r.fields), like=like.other)
+                    for r in records if r.ns == like.other and r.name not in own]
+
+
 def load(tables_dir, namespaces, errors):
     """The checked records per namespace, in emission order, and the tiles."""
     try:
@@ -408,11 +469,14 @@ def load(tables_dir, namespaces, errors):
         return {}, []
     if not names:
         errors.add(TableError(tables_dir, 0, "found no *.rec table, expected the record tables"))
-    records, tiles = [], []
+    records, tiles, likes = [], [], []
     for name in names:
-        found, found_tiles = parse_table(os.path.join(tables_dir, name), namespaces, errors)
+        found, found_tiles, found_likes = parse_table(os.path.join(tables_dir, name), namespaces,
+                                                      errors)
         records += found
         tiles += found_tiles
+        likes += found_likes
+    inherit(records, likes, namespaces, errors)
     per_ns = {ns: check_namespace(ns, [r for r in records if r.ns == ns], errors)
               for ns in namespaces}
     if not errors:  # on tables that agree with themselves; else it would repeat their faults

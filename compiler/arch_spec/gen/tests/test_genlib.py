@@ -4,6 +4,7 @@ a copy of the project's tables."""
 import contextlib
 import io
 import os
+import re
 import shutil
 import sys
 import tempfile
@@ -13,6 +14,7 @@ GEN = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 sys.path.insert(0, GEN)
 
 import gen_constants  # noqa: E402
+import gen_field_types  # noqa: E402
 import gen_generations  # noqa: E402
 import gen_records  # noqa: E402
 import genlib  # noqa: E402
@@ -119,6 +121,106 @@ class Recipes(unittest.TestCase):
                       self.generated("GenerationTable.cpp"))
         self.assertIn("static constexpr int kMinors[] = {0, 1, 2};", self.generated("KoConfig.h"))
         self.assertIn("static const ArchVersion v2_2_0;", self.generated("ArchVersionNames.inc"))
+
+
+    def namespace_part(self, ns):
+        """The records of one namespace in its generated header, its generation's name made
+        neutral, so that two namespaces' records compare."""
+        text = self.generated(f"{ns[:1].upper()}{ns[1:]}Config.h")
+        body = text.split(f"namespace zu::spec::{ns} {{\n", 1)[1].split("\n}  // namespace", 1)[0]
+        return body.replace(f"{ns[:1].upper()}{ns[1:]}Generation>", "Generation>")
+
+    def field_types_of(self, ns):
+        """The typed leaves of one namespace in FieldTypes.cpp: (tile, template, type) lines."""
+        text = self.generated("FieldTypes.cpp")
+        return re.findall(rf'^    {{"{ns}", (.*)\n(.*)$', text, re.M)
+
+    def declare_for(self, table, record, ns, like):
+        """Gives namespace `ns` a block declaration of `record` of its own, a copy of `like`'s: a
+        total in the heading and a cell in each row that has a cell per namespace. Returns the
+        declared numbers."""
+        path = os.path.join(self.tables, table)
+        with open(path) as f:
+            lines = f.read().splitlines(keepends=True)
+        start = next(i for i, line in enumerate(lines) if line.split()[:2] == ["record", record])
+        decls = [word.split("=") for word in lines[start].split()[2:]]
+        column = [name for name, _ in decls].index(like)
+        lines[start] = f"{lines[start].rstrip()}  {ns}={decls[column][1]}\n"
+        for i in range(start + 1, len(lines)):
+            if not lines[i].startswith(" "):
+                break
+            cells = lines[i].split()[1:]
+            if len(cells) == len(decls):
+                lines[i] = f"{lines[i].rstrip()}  {cells[column]}\n"
+        with open(path, "w") as f:
+            f.writelines(lines)
+        return [int(n) for n in decls[column][1].split("/")]
+
+    def test_add_a_generation_with_records_of_its_own(self):
+        # A new major that answers as ry, and whose records namespace starts as a copy of ry's.
+        self.edit(genlib.GENERATIONS_TABLE, "6.0.0      -        oz    -        -        no\n",
+                  "6.0.0      -        oz    -        -        no\n"
+                  "7.0.0      mk45     ry2   ry2      ry       yes\n")
+        self.edit("constants/params.tbl", "\nuko  rows=3", "\nry2  rows=0\n\nuko  rows=3")
+        self.edit("constants/params.tbl", "class       UkoConstants",
+                  "class       Ry2Constants  overrides=0  parameters=0  enumerants=0\n"
+                  "class       UkoConstants")
+        self.edit("records/tiles.rec", "\ntile pcu", "\nnamespace ry2 like ry\n\ntile pcu")
+        generators = (gen_generations, gen_records, gen_constants, gen_field_types)
+        for module in generators:
+            self.assertEqual(self.run_generator(module), (0, ""), module.__name__)
+        self.assertIn('{7, 0, 0}, "mk45", "ry2", "ry2", "ry", true,',
+                      self.generated("GenerationTable.cpp"))
+        self.assertIn("static constexpr int kMajor = 7;", self.generated("Ry2Config.h"))
+        self.assertEqual(self.namespace_part("ry2"), self.namespace_part("ry"))
+        self.assertIn('{"ry2", "pcu_config_struct", ', self.generated("RecordCatalog.cpp"))
+        # The field types of ry's records hold for the copies, those given as ry=TYPE included.
+        self.assertEqual(self.field_types_of("ry2"), self.field_types_of("ry"))
+        self.assertTrue(any("UDCIncXbarMuxsel" in t[0] for t in self.field_types_of("ry2")))
+        # ry's classes, but for the rows they cite, which the edits below move.
+        ry_records = re.sub(r"\.rec:\d+", ".rec", self.generated("RyConfig.h"))
+
+        # A field of ry2's own in the middle of a nested record: the record is declared for ry2
+        # in its block, then the records that hold it, each total corrected as the generator says.
+        interface, fields = self.declare_for("records/pcu_datapath.rec", "PCU_interface_struct",
+                                             "ry2", "ry")
+        self.edit("records/pcu_datapath.rec", "  CtlOutXbar_sel                  18x7\n",
+                  "  CtlOutXbar_sel                  18x7\n"
+                  "  drain_hold_cycles               -         -         -         4\n")
+        status, complained = self.run_generator(gen_records)
+        self.assertEqual(status, 1)
+        self.assertIn(f"record PCU_interface_struct, generation ry2: found {interface + 4} bits in "
+                      f"the fields, expected {interface} as declared", complained)
+        self.edit("records/pcu_datapath.rec", f"ry2={interface}/{fields}",
+                  f"ry2={interface + 4}/{fields + 1}")
+        status, complained = self.run_generator(gen_records)
+        self.assertEqual(status, 1)
+        pcu, pcu_fields, ids = self.declare_for("records/pcu_datapath.rec", "pcu_config_struct",
+                                                "ry2", "ry")
+        self.assertIn(f"record pcu_config_struct, generation ry2: found {pcu + 4} bits in the "
+                      f"fields, expected {pcu} as declared", complained)
+        self.assertNotIn("generation ry:", complained)
+        self.edit("records/pcu_datapath.rec", f"ry2={pcu}/{pcu_fields}/{ids}",
+                  f"ry2={pcu + 4}/{pcu_fields}/{ids + 1}")
+        for module in generators:
+            self.assertEqual(self.run_generator(module), (0, ""), module.__name__)
+        self.assertIn(f"static constexpr size_t kSizeInBits = {pcu + 4};",
+                      self.generated("Ry2Config.h"))
+        self.assertEqual(re.sub(r"\.rec:\d+", ".rec", self.generated("RyConfig.h")), ry_records)
+
+    def test_namespace_likeness_refusals(self):
+        for line, fault in (
+                ("namespace ry like rye", "found rye after ry in the generations"),
+                ("namespace ry2 like ry", "found records namespace 'ry2', expected one of ko"),
+                ("namespace ry like", "expected 'namespace NS like OTHER'"),
+                ("namespace rye like ry\nnamespace rye like ko", "found a second likeness")):
+            with self.subTest(line=line):
+                shutil.copy(os.path.join(TABLES, "records/tiles.rec"),
+                            os.path.join(self.tables, "records/tiles.rec"))
+                self.edit("records/tiles.rec", "\ntile pcu", f"\n{line}\n\ntile pcu")
+                status, complained = self.run_generator(gen_records)
+                self.assertEqual(status, 1)
+                self.assertIn(fault, complained)
 
 
 if __name__ == "__main__":
