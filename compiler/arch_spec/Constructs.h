@@ -18,11 +18,13 @@
 #include <cstring>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <unordered_map>
 #include <utility>
 #include <vector>
 
+#include "compiler/arch_spec/BitIO.h"
 #include "compiler/arch_spec/ConfigBuilder.h"
 #include "compiler/arch_spec/Logging.h"
 #include "zu/Optional.h"
@@ -59,69 +61,6 @@ struct ExternalStorage {
   bool writable = false;          // set by SetRegisterLo / SetRegisterHi
   uint32_t reg_lo = 0;            // register of the low 32 bits
   zu::optional<uint32_t> reg_hi;  // register of the bits from 32 up; leaves above 32 bits only
-};
-
-// The one rule by which the text form of a configuration is read: up to 64 characters from
-// `position` on, the first one most significant, each counting by its low bit ('0' and '1' read as
-// themselves); positions past the end of the text read as '0'.
-uint64_t ReadCharacters(const std::string& bits, size_t position, size_t count);
-
-// Reads a stretch of the text form of a configuration as bits. The stretch is packed once, 64
-// characters to a word by ReadCharacters, so that each leaf of a record costs a shift and a mask.
-class BitReader {
- public:
-  BitReader(const std::string& bits, size_t position, size_t count);
-
-  // The next `nbits` (1 to 64) bits, the first one most significant.
-  uint64_t take(int nbits) {
-    const size_t word = cursor_ >> 6;
-    const int shift = static_cast<int>(cursor_ & 63);
-    const uint64_t window = (words_[word] << shift) | ((words_[word + 1] >> 1) >> (63 - shift));
-    cursor_ += static_cast<size_t>(nbits);
-    return window >> (64 - nbits);
-  }
-
- private:
-  static constexpr size_t kWords = ConfigBuilder::kWords + 2;
-  uint64_t words_[kWords];
-  size_t cursor_ = 0;
-};
-
-// Writes bits at a builder's cursor, most significant first, gathering them into whole 64-bit words
-// so that the builder turns its word order once per word rather than once per leaf. Whatever is
-// left is written when the writer is flushed or destroyed.
-class BitWriter {
- public:
-  explicit BitWriter(ConfigBuilder& builder) : builder_(builder) {}
-  BitWriter(const BitWriter&) = delete;
-  BitWriter& operator=(const BitWriter&) = delete;
-  ~BitWriter() { flush(); }
-
-  // Appends the `nbits` (1 to 64) bits of `value`, which must be below 2 to the power of `nbits`.
-  void put(uint64_t value, int nbits) {
-    if (count_ + nbits < 64) {
-      pending_ = (pending_ << nbits) | value;
-      count_ += nbits;
-      return;
-    }
-    // The value completes a word: its high part goes out with the pending bits, its low part stays.
-    const int fill = 64 - count_;
-    const int rest = nbits - fill;
-    const uint64_t high = value >> rest;
-    builder_.put(fill == 64 ? high : (pending_ << fill) | high, 64);
-    pending_ = rest == 0 ? 0 : value & ((uint64_t{1} << rest) - 1);
-    count_ = rest;
-  }
-  void flush() {
-    if (count_ != 0) builder_.put(pending_, count_);
-    pending_ = 0;
-    count_ = 0;
-  }
-
- private:
-  ConfigBuilder& builder_;
-  uint64_t pending_ = 0;
-  int count_ = 0;
 };
 
 // The root of everything that has an exact place in a configuration bit string.
@@ -188,31 +127,11 @@ class BaseConstruct {
 
   // The rules of leaves of `width` bits, whether BitsInteger members or the elements of a packed
   // array (which exist as leaves only for the moment of an operation: these rules are what their
-  // temporary leaves would do). A packed array hands its elements over in runs, so that the lookups
-  // of a run's entries overlap rather than wait for each other; a member leaf goes through its own
-  // routines (BitsIntegerBase), which share these rules.
+  // temporary leaves would do). A packed array hands its elements over together; a member leaf goes
+  // through its own routines (BitsIntegerBase), which share these rules.
   //
   // The entry of `id`, which must exist ("External storage not initialized").
   static ExternalStorage& StoredEntryOf(UniqueId id, const zu::SourceLocation& location);
-  // A leaf to print: its id, width and value, and its name in a record's print (null for a leaf
-  // printed alone). Trivial, so that an array of them costs nothing until filled.
-  struct LeafLine {
-    const zu::optional<UniqueId>* id;
-    size_t width;
-    uint64_t value;
-    const char* name;
-  };
-  // The lines of `count` (at most kRun) leaves, in one append: "[0x012c:7-8]/40 0x1234", or
-  // "[0x0000]/0 0xa" without an id or an entry; for a leaf with a name, a record's line of the
-  // leaf, "<blanks><name> = " and the leaf's line.
-  static void AppendLeavesText(std::string* out, const LeafLine* leaves, size_t count,
-                               size_t blanks);
-  // The lines of `count` elements of an array's print, element `first_index` first: `blanks`,
-  // "<index>: " and the leaf's text of `values[k]`. Without `first_id` the elements have no ids;
-  // with it, the ids fall by one per element from `first_id`.
-  static void AppendElementsText(std::string* out, size_t blanks, size_t first_index, size_t count,
-                                 const zu::optional<UniqueId>& first_id, size_t width,
-                                 const uint64_t* values);
   // The FieldMetadata of `count` leaves whose ids rise by one from `first_id`, in that order.
   static void AppendLeavesFields(std::vector<FieldMetadata>& out, UniqueId first_id, size_t count,
                                  size_t width, bool flag, int32_t base,
@@ -282,10 +201,8 @@ class BitsIntegerBase : public BaseConstruct {
   friend class RecordBase;
   // What a caller that knows the leaf's width (a record, for its leaf fields) needs to print,
   // collect the fields of and collect the patches of the leaf, without the virtual calls of the
-  // general operations: the leaf's line as the print takes it, named `name` in the record.
-  LeafLine LineOf(size_t width, const char* name = nullptr) const {
-    return {&unique_id_, width, ToNumber(), name};
-  }
+  // general operations: the leaf's line, "<blanks><name> = <leaf's text>".
+  void AppendFieldLine(std::string* out, size_t blanks, std::string_view name, size_t width) const;
   void AppendFieldsOf(size_t width, std::vector<FieldMetadata>& out, bool flag, int32_t base) const;
   void AppendPatchesOf(size_t width, std::vector<PatchMetadata>& out, uint32_t id,
                        const zu::optional<uint32_t>& base,
@@ -294,8 +211,35 @@ class BitsIntegerBase : public BaseConstruct {
 
 namespace constructs_internal {
 
-// Appends `value` in decimal, without a temporary string.
-void AppendDecimal(std::string* out, uint64_t value);
+// Sets `path` to the path of the construct whose entry is `entry`, as Name() gives it.
+void AssignPath(std::string& path, const ExternalStorage& entry);
+
+// The printed form: a construct at nesting depth d stands 2 * d blanks in.
+constexpr size_t Indentation(size_t depth) { return 2 * depth; }
+// "<blanks><head><separator><tail>", in one step: every line of the printed form is written so.
+void AppendLine(std::string* out, size_t blanks, std::string_view head, std::string_view separator,
+                std::string_view tail);
+// A leaf's line: `head` and `separator` (a record's "name", " = "; nothing for a leaf printed
+// alone), then the leaf's place and value, "[0x012c:7-8]/40 0x1234" (the high register only above
+// 32 bits), or "[0x0000]/0 0xa" without an id or an entry.
+void AppendLeafLine(std::string* out, size_t blanks, std::string_view head,
+                    std::string_view separator, const zu::optional<UniqueId>& id, size_t width,
+                    uint64_t value);
+// An array element's line: "<index>: " and the leaf's text.
+void AppendElementLine(std::string* out, size_t blanks, size_t index,
+                       const zu::optional<UniqueId>& id, size_t width, uint64_t value);
+// "]/<bits>" on a line of its own at `depth`: the end of an array.
+void AppendArrayEnd(std::string* out, size_t depth, size_t bits);
+// An index in decimal, as an element's line shows it.
+class IndexText {
+ public:
+  explicit IndexText(size_t index);
+  operator std::string_view() const { return {text_, size_}; }  // NOLINT: a view of the text
+
+ private:
+  char text_[24];
+  size_t size_;
+};
 
 // Room for `more` elements (of a vector or a string), growing geometrically so that results
 // appended a few at a time, or by one record after another, do not copy the buffer each time.
@@ -311,10 +255,11 @@ inline constexpr size_t kRun = 64;
 // The length of the run that starts at element `done` of `n`.
 constexpr size_t RunAt(size_t done, size_t n) { return n - done < kRun ? n - done : kRun; }
 
-// While a metadata pass runs (a record's CollectFields or CollectPatches, outermost first), the
-// paths of the constructs above the leaves are built once each and kept, so that a leaf's Name() is
-// its parent's path and its own name. Nothing changes the table's names or parents during such a
-// pass; the kept paths are dropped when the outermost pass ends.
+// A metadata pass: a record's CollectFields or CollectPatches, with the passes of the records
+// inside it. The outermost pass keeps the path of each parent whose children it names, built once
+// from the table, so that a leaf's Name() is its parent's path and its own name. Nothing changes
+// the table's names or parents during a pass; the kept paths go with the outermost pass. A pass
+// belongs to the thread that runs it, as the table does while it runs.
 class MetadataPass {
  public:
   MetadataPass();
@@ -324,8 +269,17 @@ class MetadataPass {
   // Whether this is the pass that the caller started, not one nested in it.
   bool outermost() const { return outermost_; }
 
+  // The outermost pass running on this thread, or null outside a pass.
+  static MetadataPass* Running();
+  // The path of the construct `id`, as Name() gives it.
+  const std::string& PathOf(UniqueId id);
+
  private:
   bool outermost_;
+  std::unordered_map<UniqueId, std::string> paths_;
+  // The last path asked for: the leaves of a record or an array ask for the same one in a row.
+  UniqueId last_id_ = 0;
+  const std::string* last_path_ = nullptr;
 };
 
 // The width of a leaf type, 0 for any other construct.
@@ -433,10 +387,8 @@ class PackedArrayBase : public BaseConstruct {
   size_t SizeInBits() const override { return GetSize() * B; }
   void ToString(size_t indent, std::string* out) const override {
     out->append("[\n");
-    AppendRowText(out, 2 * indent + 2, 0, GetSize());
-    out->append(2 * indent, ' ').append("]/");
-    constructs_internal::AppendDecimal(out, SizeInBits());
-    out->push_back('\n');
+    AppendRowText(out, constructs_internal::Indentation(indent + 1), 0, GetSize());
+    constructs_internal::AppendArrayEnd(out, indent, SizeInBits());
   }
   void Walk(const std::function<void(BitsIntegerBase&)>& fn) override {
     if (!fn) throw std::bad_function_call();
@@ -533,12 +485,9 @@ class PackedArrayBase : public BaseConstruct {
   // The lines of elements `first` to `first + count - 1`, numbered from 0, each after `blanks`.
   void AppendRowText(std::string* out, size_t blanks, size_t first, size_t count) const {
     const Storage* data = GetData();
-    uint64_t values[constructs_internal::kRun];
-    for (size_t done = 0; done < count;) {
-      const size_t run = constructs_internal::RunAt(done, count);
-      for (size_t k = 0; k < run; ++k) values[k] = Unit::Get(data, first + done + k);
-      AppendElementsText(out, blanks, done, run, ElementId(first + done), B, values);
-      done += run;
+    for (size_t k = 0; k < count; ++k) {
+      constructs_internal::AppendElementLine(out, blanks, k, ElementId(first + k), B,
+                                             Unit::Get(data, first + k));
     }
   }
   void range_check(size_t i) const { BitsInteger<B>().range_check(i, GetSize()); }
@@ -603,13 +552,14 @@ class ArrayLEBase : public BaseConstruct {
     return total;
   }
   void ToString(size_t indent, std::string* out) const override {
+    using namespace constructs_internal;
     out->append("[\n");
     auto [first, last] = Range();
     for (size_t i = 0; first + i != last; ++i) {
-      out->append(2 * (indent + 1), ' ').append(std::to_string(i)).append(": ");
+      AppendLine(out, Indentation(indent + 1), IndexText(i), ": ", {});
       first[i].ToString(indent + 1, out);
     }
-    out->append(2 * indent, ' ').append("]/").append(std::to_string(SizeInBits())).append("\n");
+    AppendArrayEnd(out, indent, SizeInBits());
   }
   void Walk(const std::function<void(BitsIntegerBase&)>& fn) override {
     auto [first, last] = Range();
@@ -718,20 +668,14 @@ class ArrayLE<N, PackedArray<M, B>> final : public PackedArrayBase<B> {
 
   size_t SizeInBits() const override { return kSizeInBits; }
   void ToString(size_t indent, std::string* out) const override {
-    using constructs_internal::AppendDecimal;
+    using namespace constructs_internal;
     out->append("[\n");
     for (size_t i = 0; i < N; ++i) {
-      out->append(2 * indent + 2, ' ');
-      AppendDecimal(out, i);
-      out->append(": [\n");
-      this->AppendRowText(out, 2 * indent + 4, i * M, M);
-      out->append(2 * indent + 2, ' ').append("]/");
-      AppendDecimal(out, M * B);
-      out->push_back('\n');
+      AppendLine(out, Indentation(indent + 1), IndexText(i), ": ", "[\n");
+      this->AppendRowText(out, Indentation(indent + 2), i * M, M);
+      AppendArrayEnd(out, indent + 1, M * B);
     }
-    out->append(2 * indent, ' ').append("]/");
-    AppendDecimal(out, kSizeInBits);
-    out->push_back('\n');
+    AppendArrayEnd(out, indent, kSizeInBits);
   }
   Storage* GetData() override { return data_; }
   const Storage* GetData() const override { return data_; }

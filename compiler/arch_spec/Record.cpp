@@ -7,28 +7,17 @@ void RecordBase::ToStringOf(FieldList fields, int unique_ids, size_t indent, std
   // for them all, once.
   if (indent == 0) constructs_internal::ReserveMore(*out, 40 * static_cast<size_t>(unique_ids));
   out->append("{\n");
-  const size_t blanks = 2 * indent + 2;
-  for (size_t i = 0; i < fields.size();) {
-    const RecordField& field = fields[i];
-    if (field.leaf_width == 0) {
-      // "<blanks><name> = " in one step.
-      out->append(blanks, ' ').append(field.name).append(" = ");
+  const size_t blanks = constructs_internal::Indentation(indent + 1);
+  for (const RecordField& field : fields) {
+    if (field.leaf_width != 0) {
+      static_cast<const BitsIntegerBase*>(field.construct)
+          ->AppendFieldLine(out, blanks, field.name, static_cast<size_t>(field.leaf_width));
+    } else {
+      constructs_internal::AppendLine(out, blanks, field.name, " = ", {});
       field.construct->ToString(indent + 1, out);
-      ++i;
-      continue;
     }
-    // Leaf fields one after another: their whole lines, "<blanks><name> = <leaf's text>", in one
-    // step.
-    BaseConstruct::LeafLine leaves[constructs_internal::kRun];
-    size_t count = 0;
-    for (; i < fields.size() && fields[i].leaf_width != 0 && count < constructs_internal::kRun;
-         ++i) {
-      leaves[count++] = static_cast<const BitsIntegerBase*>(fields[i].construct)
-                            ->LineOf(static_cast<size_t>(fields[i].leaf_width), fields[i].name);
-    }
-    AppendLeavesText(out, leaves, count, blanks);
   }
-  out->append(2 * indent, ' ').append("}\n");
+  constructs_internal::AppendLine(out, constructs_internal::Indentation(indent), "}\n", {}, {});
 }
 
 void RecordBase::WalkOf(FieldList fields, const std::function<void(BitsIntegerBase&)>& visit) {
