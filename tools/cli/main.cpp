@@ -29,7 +29,7 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
-#include "Accessors.h"
+#include "AccessorsJson.h"
 #include "BitText.h"
 #include "Completion.h"
 #include "Delta.h"
