@@ -18,7 +18,7 @@
 #include <utility>
 #include <vector>
 
-#include "Accessors.h"
+#include "AccessorsJson.h"
 #include "BitText.h"
 #include "Diagnostic.h"
 #include "Layout.h"
