@@ -4,6 +4,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "AccessorsJson.h"
 #include "Diagnostic.h"
 #include "Nearest.h"
 #include "Tile.h"
@@ -81,22 +82,42 @@ json Answer(const T& value) {
 #define ARCHSPEC_KIND_ENUM AccessorKind::kEnum
 #define ARCHSPEC_KIND_CONTAINER AccessorKind::kContainer
 
+// An accessor and the call of it on a generation's object, which returns its value as JSON; the
+// call stays here, so that the public Accessor holds no JSON.
+using Reader = json (*)(const Answers&);
+struct Row {
+  Accessor accessor;
+  Reader read;
+};
+
 // One row per accessor of the generated index; the reader is only ever called where answered.
-const std::vector<Accessor> kAccessors = {
+const std::vector<Row> kRows = {
 #define ZU_SPEC_CONSTANT(kind, type, accessor, answered) \
-  {#accessor, #type, ARCHSPEC_KIND_##kind, answered,     \
+  {{#accessor, #type, ARCHSPEC_KIND_##kind, answered},   \
    [](const Answers& a) { return Answer(a.constants->accessor()); }},
-#define ZU_SPEC_FEATURE(type, accessor)               \
-  {#accessor, #type, AccessorKind::kFeature, nullptr, \
+#define ZU_SPEC_FEATURE(type, accessor)                 \
+  {{#accessor, #type, AccessorKind::kFeature, nullptr}, \
    [](const Answers& a) { return Answer(a.features->accessor()); }},
-#define ZU_SPEC_CONSTRAINT(type, accessor)               \
-  {#accessor, #type, AccessorKind::kConstraint, nullptr, \
+#define ZU_SPEC_CONSTRAINT(type, accessor)                 \
+  {{#accessor, #type, AccessorKind::kConstraint, nullptr}, \
    [](const Answers& a) { return Answer(a.constraints->accessor()); }},
 #include "compiler/arch_spec/gen/ArchConstantsIndex.inc"
 #undef ZU_SPEC_CONSTANT
 #undef ZU_SPEC_FEATURE
 #undef ZU_SPEC_CONSTRAINT
 };
+
+// The accessors of kRows, in its order: accessor i is read by kRows[i].read.
+const std::vector<Accessor> kAccessors = [] {
+  std::vector<Accessor> out;
+  out.reserve(kRows.size());
+  for (const Row& row : kRows) out.push_back(row.accessor);
+  return out;
+}();
+
+Reader ReaderOf(const Accessor& accessor) {
+  return kRows[static_cast<size_t>(&accessor - kAccessors.data())].read;
+}
 
 const std::unordered_map<std::string_view, size_t>& Index() {
   static const std::unordered_map<std::string_view, size_t> index = [] {
@@ -111,7 +132,7 @@ const std::unordered_map<std::string_view, size_t>& Index() {
 }  // namespace
 
 int AnswerColumn(const zu::spec::ArchVersion& version) {
-  const zu::spec::GenerationRow* generation = FindGeneration(version);
+  const zu::spec::GenerationRow* generation = zu::spec::ServingGeneration(version);
   int column = 0;
   for (const zu::spec::GenerationRow& row : zu::spec::GenerationTable()) {
     if (!row.has_answers()) continue;
@@ -170,15 +191,27 @@ OwnedAnswers::OwnedAnswers(const zu::spec::GenerationRow& generation)
       features_(generation.make_features()),
       constraints_(generation.make_constraints()) {}
 
-json ReadAccessor(const Accessor& accessor) { return accessor.read(ChosenAnswers()); }
+json ReadAccessor(const Accessor& accessor) { return ReaderOf(accessor)(ChosenAnswers()); }
 
 json ReadAccessor(const Accessor& accessor, const Answers& answers) {
-  return accessor.read(answers);
+  return ReaderOf(accessor)(answers);
 }
 
 std::string ValueText(const json& value) {
   if (value.is_null()) return "none";
   return value.dump();
+}
+
+std::string ValueText(const Accessor& accessor) { return ValueText(ReadAccessor(accessor)); }
+
+std::string ValueText(const Accessor& accessor, const Answers& answers) {
+  return ValueText(ReadAccessor(accessor, answers));
+}
+
+std::string ValueJson(const Accessor& accessor) { return ReadAccessor(accessor).dump(); }
+
+std::string ValueJson(const Accessor& accessor, const Answers& answers) {
+  return ReadAccessor(accessor, answers).dump();
 }
 
 namespace {

@@ -9,8 +9,6 @@
 #include <string_view>
 #include <vector>
 
-#include <nlohmann/json.hpp>
-
 #include "Sparse.h"
 #include "compiler/arch_spec/ArchVersion.h"
 #include "compiler/arch_spec/gen/ArchConstants.h"
@@ -54,11 +52,10 @@ struct Accessor {
   // Constants only: one character per generation with answers, in the order of the table of
   // generations, '1' where it answers.
   const char* answered;
-  nlohmann::json (*read)(const Answers&);  // calls the accessor on the generation's object
 };
 
 // All accessors in interface order: constants (parameters, enumerants, containers), then
-// features, then constraints.
+// features, then constraints. The functions below take an accessor of this list only.
 const std::vector<Accessor>& AllAccessors();
 const Accessor* FindAccessor(std::string_view name);
 // The accessor most like `name`, among those of `kind` only if `kind_only` is set.
@@ -71,13 +68,15 @@ int AnswerColumn(const zu::spec::ArchVersion& version);
 // Whether `version` answers `accessor`. Features and constraints always answer: they have defaults.
 bool IsAnswered(const Accessor& accessor, const zu::spec::ArchVersion& version);
 
-// The value of an answered accessor for the generation set with ArchSpec::set_arch.
-nlohmann::json ReadAccessor(const Accessor& accessor);
-// The value of an accessor that `answers`' generation answers.
-nlohmann::json ReadAccessor(const Accessor& accessor, const Answers& answers);
-// The value as one line of text: numbers and booleans as such, "none" for an absent optional,
-// containers and aggregates in JSON form.
-std::string ValueText(const nlohmann::json& value);
+// The value of an answered accessor (see IsAnswered: asking an unanswered constants accessor ends
+// the process) as one line of text: numbers and booleans as such, "none" for an absent optional,
+// containers and aggregates in JSON form ("[4,8]", "{"count":2,...}"). For the generation set with
+// ArchSpec::set_arch, or for that whose objects are `answers`.
+std::string ValueText(const Accessor& accessor);
+std::string ValueText(const Accessor& accessor, const Answers& answers);
+// The same value as JSON text: as ValueText, with "null" for an absent optional.
+std::string ValueJson(const Accessor& accessor);
+std::string ValueJson(const Accessor& accessor, const Answers& answers);
 
 // Resolves enumerant names in sparse listings for the generation set with ArchSpec::set_arch.
 NamedValue ResolveEnumerant(std::string_view name);

@@ -5,6 +5,7 @@
 #include <mutex>
 #include <tuple>
 
+#include "AccessorsJson.h"
 #include "FieldTypes.h"
 #include "Nearest.h"
 #include "Tile.h"

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "Accessors.h"
+#include "AccessorsJson.h"
 #include "Sparse.h"
 #include "Tile.h"
 #include "compiler/arch_spec/ArchSpec.h"
@@ -217,8 +217,28 @@ TEST_P(AccessorTest, EveryAnsweredAccessorReads) {
     if (accessor.kind == AccessorKind::kEnum || accessor.kind == AccessorKind::kScalar) {
       ASSERT_TRUE(value.is_number() || value.is_boolean()) << accessor.name;
     }
+    // The forms of programs outside the project, which see no JSON value: the same value.
+    const std::string json = ValueJson(accessor);
+    ASSERT_EQ(nlohmann::json::parse(json), value) << accessor.name;
+    ASSERT_EQ(ValueText(accessor), value.is_null() ? "none" : json) << accessor.name;
   }
   EXPECT_GT(answered, 3000u);
+}
+
+TEST_P(AccessorTest, ReadsByNameWhatTheInterfaceAnswers) {
+  const Accessor& max = *FindAccessor("stage_opcode_alu_op_max");
+  const uint64_t code = zu::spec::arch_constants()->stage_opcode_alu_op_max().ToNumber();
+  EXPECT_EQ(ValueText(max), std::to_string(code));
+  // Another generation's own objects answer beside the chosen one.
+  for (const zu::spec::GenerationRow& row : zu::spec::GenerationTable()) {
+    if (!row.has_answers() || row.version == version_) continue;
+    const OwnedAnswers other(row);
+    EXPECT_EQ(ValueText(max, other.answers()),
+              std::to_string(other.answers().constants->stage_opcode_alu_op_max().ToNumber()))
+        << row.product_name;
+  }
+  const Accessor& fp8 = *FindAccessor("fp8_support");
+  EXPECT_EQ(ValueJson(fp8), zu::spec::arch_features()->fp8_support() ? "true" : "false");
 }
 
 TEST_P(AccessorTest, EnumerantNamesResolveToTheirCodesOrSayWhyNot) {
