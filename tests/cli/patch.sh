@@ -33,7 +33,7 @@ cmp "$work/after.bin" "$work/patched.bin"
 tool patch - "$data/fix.sparse" < "$data/before.bits" > "$work/fixed.bits"
 tool diff "$data/before.bits" "$work/fixed.bits" > "$work/fixed.diff"
 grep -q '^common_structIn.udc_init_value\[0\]: 0x4 -> 0x0$' "$work/fixed.diff"
-grep -q '^# 2 of 2211 leaves differ' "$work/fixed.diff"
+grep -q '^# 2 of [0-9]* leaves differ' "$work/fixed.diff"
 tool patch "$data/before.bits" - < "$data/fix.sparse" | cmp - "$work/fixed.bits"
 
 # A refused patch writes nothing: the output keeps its content, and no file is left beside it.

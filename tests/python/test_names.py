@@ -59,12 +59,13 @@ def test_listings_refuse_names_of_another_type(g):
                                   "alu_format_enum_fp32\n")
 
 
-def test_check_finds_the_values_of_no_name(pcu):
+def test_check_finds_the_values_of_no_name(pcu, mk43_pcu):
     findings = pcu.check()
     assert [(f.path, f.value, f.type) for f in findings] == [
         ("interface_struct.CtlOutXbar_sel[2]", 0x7F, "pcu_ctloutxbar_enum_t")]
     finding = findings[0]
-    assert finding.offset == 197 and finding.width == 7
+    place = mk43_pcu["leaves"]["interface_struct.CtlOutXbar_sel[2]"]
+    assert (finding.offset, finding.width) == (place["offset"], place["width"])
     assert len(finding.nearest) == 3
     assert all(name.startswith("pcu_ctloutxbar_enum_") and code < 0x7F
                for name, code in finding.nearest)
