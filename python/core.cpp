@@ -20,10 +20,12 @@
 
 #include "AccessorsJson.h"
 #include "BitText.h"
+#include "Delta.h"
 #include "Diagnostic.h"
 #include "Layout.h"
 #include "Names.h"
 #include "Nearest.h"
+#include "PathForm.h"
 #include "Sparse.h"
 #include "Tile.h"
 #include "TreeText.h"
@@ -183,7 +185,7 @@ std::shared_ptr<Generation> GenerationNamed(const std::string& name) {
   std::string error;
   const ArchVersion version = ArchVersion::expect_parse(name, error);
   if (version.major == 0) throw py::value_error(GenerationRefusal(name));
-  const GenerationRow* row = FindGeneration(version);
+  const GenerationRow* row = zu::spec::ServingGeneration(version);
   if (row == nullptr || !row->has_answers()) {
     throw py::value_error(GenerationLabel(version) + " has no answers");
   }
@@ -309,13 +311,10 @@ class Tile {
     } else if (py::isinstance<py::int_>(value)) {
       const py::int_ integer = py::reinterpret_borrow<py::int_>(value);
       if (integer < py::int_(0)) {
-        throw py::value_error("value " + py::str(value).cast<std::string>() + " of " + path +
-                              " is negative; fields hold unsigned numbers");
+        throw py::value_error(ValueNegative(py::str(value).cast<std::string>(), where));
       }
       if (py::int_(integer.attr("bit_length")()).cast<uint64_t>() > where.width) {
-        throw py::value_error("value " + EchoText(py::str(value).cast<std::string>()) +
-                              " does not fit in " + std::to_string(where.width) + " bits of " +
-                              path);
+        throw py::value_error(ValueTooWide(EchoText(py::str(value).cast<std::string>()), where));
       }
       number = integer.cast<uint64_t>();
     } else {
@@ -323,22 +322,21 @@ class Tile {
                            py::str(py::type::of(value).attr("__name__")).cast<std::string>());
     }
     if (number > MaxValue(where.width)) {
-      throw py::value_error("value " + std::to_string(number) + " does not fit in " +
-                            std::to_string(where.width) + " bits of " + path);
+      throw py::value_error(ValueTooWide(std::to_string(number), where));
     }
     values_[leaf] = number;
   }
 
-  // What a path that is not a leaf names: (is an array, elements, members), or None.
-  // What a path that is not a leaf names: (is an array, elements, members, offset, width), or
-  // None.
+  // What a path that is not a leaf names: (is an array, elements, members, offset, width, first
+  // leaf, last leaf), or None.
   py::object BranchOf(const std::string& path) const {
     const Branch* branch = layout().FindBranch(path);
     if (branch == nullptr) return py::none();
     const Leaf& first = layout().leaves()[branch->first_leaf];
     const Leaf& last = layout().leaves()[branch->last_leaf];
     return py::make_tuple(branch->array, branch->elements, branch->members, first.offset,
-                          last.offset + last.width - first.offset);
+                          last.offset + last.width - first.offset, branch->first_leaf,
+                          branch->last_leaf);
   }
 
   // A leaf's (offset, width), or a KeyError.
@@ -438,10 +436,8 @@ class Tile {
       throw py::value_error("cannot compare " + Describe() + " with " + other.Describe());
     }
     py::list out;
-    for (size_t i = 0; i < values_.size(); ++i) {
-      if (values_[i] != other.values_[i]) {
-        out.append(py::make_tuple(layout().leaves()[i].path, values_[i], other.values_[i]));
-      }
+    for (const LeafChange& change : CompareConfigurations(values_, other.values_)) {
+      out.append(py::make_tuple(layout().leaves()[change.leaf].path, change.from, change.to));
     }
     return out;
   }
@@ -489,6 +485,14 @@ PYBIND11_MODULE(_core, m) {
     }
     return rows;
   });
+  m.def(
+      "join_path",
+      [](std::string_view path, size_t index) { return JoinPath(path, index); },
+      "The path of element `index` of the array at `path`.");
+  m.def(
+      "join_path",
+      [](std::string_view path, std::string_view step) { return JoinPath(path, step); },
+      "The path of the member (or \"[i]\" element) `step` of the branch at `path`.");
   m.def("tile_names", [] {
     std::vector<std::string> names;
     for (const TileType& tile : TileTypes()) names.push_back(tile.name);

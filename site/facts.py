@@ -50,7 +50,8 @@ class TileLayout:
     ns: str  # records namespace
     serves: list  # the Generations whose records these are
     bits: int
-    leaves: list  # {path, offset, width, reg_lo, reg_hi?} in bit order, as the tool gives them
+    leaves: list  # {path, name, parent, offset, width, registers, ...} in bit order, as the tool gives them
+    branches: list  # {path, name, parent?, offset, bits, registers, ...}, each before what it holds
 
     @property
     def page(self):
@@ -174,7 +175,7 @@ def gather(archspec, tables, gen_dir):
         for tile in tiles:
             layout = run_tool(archspec, "layout", "--arch", serves[0].product, tile.name)
             layouts.append(TileLayout(tile.name, tile.description, layout["record"], ns, serves,
-                                      layout["bits"], layout["leaves"]))
+                                      layout["bits"], layout["leaves"], layout["branches"]))
 
     constants, flags = {}, {}
     for g in columns:

@@ -1,13 +1,11 @@
 """The page of one tile of one records namespace: the bit map and the field tree.
 
-The leaves, their offsets, widths and registers are the tool's layout, in bit order. The tree over
-them follows the leaf paths: the leaves of a record or an array element lie next to each other, so
-a group opens where a path first names it and closes where the paths leave it. The record tables
+The leaves and the records and arrays above them, with their offsets, widths and registers, are the
+tool's layout: each names the branch that holds it, so the page reads no path. The record tables
 only name what each group is (a record, an array, a packed array).
 """
 
 import dataclasses
-import re
 from html import escape
 
 import record_tables
@@ -23,9 +21,6 @@ RULER_STEP = 4  # the ruler above the map numbers every fourth bit of a row
 GOLDEN = 137.508  # degrees between the hues of records met one after another
 OPEN_ROWS = 400  # rows the field tree shows at first; deeper groups start closed
 
-COMPONENT_RE = re.compile(r"\[\d+\]|[^.\[]+")
-
-
 @dataclasses.dataclass
 class Node:
     name: str  # "AGCU_AGU_config", "[1]" or the leaf's field name
@@ -35,7 +30,7 @@ class Node:
     leaf: dict = None  # the tool's leaf, for a leaf
     first: int = 0  # offset of its first bit
     bits: int = 0
-    regs: tuple = (0, 0)  # lowest and highest register of its leaves
+    regs: str = ""  # its registers as the tool shows them, "7" or "7-12"
 
 
 def child_cell(cell, name, records):
@@ -55,42 +50,29 @@ def child_cell(cell, name, records):
 def build_tree(layout, records):
     """The tile's record as a tree of groups over its leaves; `records` maps names to the records
     of the layout's namespace."""
-    root = Node("", "", record_tables.Ref(layout.record))
-    stack = [root]  # the open groups, outermost first
+    nodes = {}
+    for branch in layout.branches:  # each before what it holds
+        node = Node(branch["name"], branch["path"], None, first=branch["offset"],
+                    bits=branch["bits"], regs=branch["registers"])
+        nodes[branch["path"]] = node
+        if "parent" in branch:
+            nodes[branch["parent"]].children.append(node)
     for leaf in layout.leaves:
-        names = COMPONENT_RE.findall(leaf["path"])
-        paths, path = [], ""
-        for name in names:
-            path = path + name if name.startswith("[") or not path else f"{path}.{name}"
-            paths.append(path)
-        depth = 1
-        while depth < len(stack) and depth <= len(names) - 1 and \
-                stack[depth].path == paths[depth - 1]:
-            depth += 1
-        del stack[depth:]
-        for i in range(depth - 1, len(names)):
-            parent = stack[-1]
-            node = Node(names[i], paths[i], child_cell(parent.cell, names[i], records))
-            parent.children.append(node)
-            if i == len(names) - 1:
-                node.leaf = leaf
-            else:
-                stack.append(node)
-    _sum_up(root)
+        nodes[leaf["parent"]].children.append(
+            Node(leaf["name"], leaf["path"], None, leaf=leaf, first=leaf["offset"],
+                 bits=leaf["width"], regs=leaf["registers"]))
+    root = nodes[""]
+    root.cell = record_tables.Ref(layout.record)
+    _place(root, records)
     return root
 
 
-def _sum_up(node):
-    if node.leaf:
-        reg_hi = node.leaf.get("reg_hi", node.leaf["reg_lo"])
-        node.first, node.bits = node.leaf["offset"], node.leaf["width"]
-        node.regs = (node.leaf["reg_lo"], reg_hi)
-        return
+def _place(node, records):
+    """Puts the children of `node` in bit order and names what each is, by the record tables."""
+    node.children.sort(key=lambda child: child.first)
     for child in node.children:
-        _sum_up(child)
-    node.first = node.children[0].first
-    node.bits = sum(c.bits for c in node.children)
-    node.regs = (min(c.regs[0] for c in node.children), max(c.regs[1] for c in node.children))
+        child.cell = child_cell(node.cell, child.name, records)
+        _place(child, records)
 
 
 def walk(node):
@@ -98,11 +80,6 @@ def walk(node):
     for child in node.children:
         yield child
         yield from walk(child)
-
-
-def registers(lo, hi):
-    """Like the tool: "7", or "7-8" for several."""
-    return str(lo) if lo == hi else f"{lo}-{hi}"
 
 
 def record_instances(root):
@@ -124,20 +101,39 @@ def _colours(root):
     which is the order of their hues (hue_styles)."""
     classes, hues = {}, {}
 
-    def visit(node, record):
+    def visit(node, record, index):
         if isinstance(node.cell, record_tables.Ref):
             record = node.cell.name
         for child in node.children:
             if child.leaf:
                 hue = hues.setdefault(record, len(hues))
-                groups = COMPONENT_RE.findall(child.path)[:-1]
-                index = next((int(g[1:-1]) for g in reversed(groups) if g.startswith("[")), 0)
                 classes[child.path] = f"c{hue}" + (" a" if index % 2 else "")
             else:
-                visit(child, record)
+                visit(child, record, _element_index(child.name, index))
 
-    visit(root, None)
+    visit(root, None, 0)
     return classes, list(hues)
+
+
+def _element_index(name, outer):
+    """The index of an element step ("[15]"), or `outer` for a member's name."""
+    return int(name[1:-1]) if name.startswith("[") else outer
+
+
+def leaf_steps(root):
+    """Per leaf path, the names of the groups down to it and its own: ["AGCU_AGU", "[15]",
+    "vsid"]."""
+    steps = {}
+
+    def visit(node, above):
+        for child in node.children:
+            if child.leaf:
+                steps[child.path] = above + [child.name]
+            else:
+                visit(child, above + [child.name])
+
+    visit(root, [])
+    return steps
 
 
 def hue_styles(count):
@@ -151,12 +147,11 @@ def hue_styles(count):
     return "".join(rules)
 
 
-def label_text(path, room):
-    """The label of the leaf at `path` in `room` pixels: its name with the index of its nearest
+def label_text(parts, room):
+    """The label of the leaf whose steps (leaf_steps) are `parts`, in `room` pixels: its name with the index of its nearest
     array element ("[15].AGU_ECF_SLB_vsid", since the same name stands once per element), or,
     where that does not fit, shorter forms of it: the index and the name's last word ("[15].vsid"),
     the name alone, its last word. Empty where none fits."""
-    parts = COMPONENT_RE.findall(path)
     name = parts[-1]
     if name.startswith("[") and len(parts) > 1:  # an element of a packed array
         name = parts[-2] + name
@@ -205,6 +200,7 @@ def bitmap_svg(layout, root):
     out += [f'<text class="o" x="{GUTTER - 4}" y="{r * PITCH + 12}">{r * BITS_PER_ROW}</text>'
             for r in range(rows)]
     colours, _ = _colours(root)
+    steps = leaf_steps(root)
     for leaf in layout.leaves:
         pieces = list(_pieces(leaf["offset"], leaf["width"]))
         out.append(f'<g class="{colours[leaf["path"]]}">')
@@ -212,7 +208,7 @@ def bitmap_svg(layout, root):
             out.append(f'<rect x="{GUTTER + column * BIT}" y="{row * PITCH}" '
                        f'width="{bits * BIT}" height="{BOX}"/>')
         row, column, bits = max(pieces, key=lambda p: p[2])
-        label = label_text(leaf["path"], bits * BIT)
+        label = label_text(steps[leaf["path"]], bits * BIT)
         if label:
             out.append(f'<text x="{GUTTER + column * BIT + 2}" y="{row * PITCH + 12}">'
                        f'{escape(label)}</text>')
@@ -250,7 +246,7 @@ def open_depth(root):
 def _tree_rows(node, records_page, type_pages, depth, opened, out):
     for child in node.children:
         # Long names break after an underscore, never inside a word.
-        name, regs = escape(child.name).replace("_", "_<wbr>"), registers(*child.regs)
+        name, regs = escape(child.name).replace("_", "_<wbr>"), child.regs
         if child.leaf:
             kind = child.leaf.get("type")  # the enumeration type of its codes, if it has one
             typed = f' data-type="{escape(kind)}"' if kind else ""
@@ -287,7 +283,7 @@ def body(layout, root, records_page, type_pages):
             f'<small>{escape(layout.record)}</small></h1>'
             f'<p class="lead">The {escape(layout.description)} as the records of '
             f'{escape(layout.ns)} lay it out, for {escape(serves)}: {layout.bits:,} bits in '
-            f'{leaves:,} leaves, registers {registers(*root.regs)}. Offsets count from the first '
+            f'{leaves:,} leaves, registers {root.regs}. Offsets count from the first '
             f'bit of the tile\'s bit string; a leaf\'s offset is its most significant bit. '
             f'Click a box or a row to link to it.</p>'
             f'<div class="split"><section id="map-pane" class="map" aria-label="bit map">'

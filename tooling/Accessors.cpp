@@ -132,7 +132,7 @@ const std::unordered_map<std::string_view, size_t>& Index() {
 }  // namespace
 
 int AnswerColumn(const zu::spec::ArchVersion& version) {
-  const zu::spec::GenerationRow* generation = FindGeneration(version);
+  const zu::spec::GenerationRow* generation = zu::spec::ServingGeneration(version);
   int column = 0;
   for (const zu::spec::GenerationRow& row : zu::spec::GenerationTable()) {
     if (!row.has_answers()) continue;

@@ -4,6 +4,7 @@
 
 #include "Diagnostic.h"
 #include "Nearest.h"
+#include "PathForm.h"
 
 namespace archspec {
 
@@ -11,32 +12,30 @@ Layout::Layout(std::string record, uint32_t bits, std::vector<Leaf> leaves)
     : record_(std::move(record)), bits_(bits), leaves_(std::move(leaves)) {
   index_.reserve(leaves_.size());
   for (size_t i = 0; i < leaves_.size(); ++i) index_.emplace(leaves_[i].path, i);
-  // A leaf's path is pieces: "simd_structIn", "[0]", "[4]", ".stage_opcode". Each piece is a
-  // member of the branch that the path before it names: a record before ".member", an array before
-  // "[index]"; the tile's record is the branch "".
+  // Each step of a leaf's path is a member of the branch that the path before it names: a record
+  // before a member's name, an array before an index; the tile's record is the branch "".
   for (size_t i = 0; i < leaves_.size(); ++i) {
-    const std::string& path = leaves_[i].path;
-    size_t begin = 0;
-    while (begin < path.size()) {
-      size_t end = begin + 1;
-      while (end < path.size() && path[end] != '.' && path[end] != '[') ++end;
-      auto [found, inserted] = branches_.try_emplace(path.substr(0, begin));
+    const Leaf& leaf = leaves_[i];
+    std::string above;
+    for (const std::string_view step : PathSteps(leaf.path)) {
+      auto [found, inserted] = branches_.try_emplace(above);
       Branch& branch = found->second;
-      if (inserted) branch.first_leaf = i;
-      branch.last_leaf = i;
-      if (path[begin] == '[') {
-        branch.array = true;
-        const uint32_t index = static_cast<uint32_t>(std::stoul(path.substr(begin + 1)));
-        branch.elements = std::max(branch.elements, index + 1);
-      } else {
-        const size_t name = path[begin] == '.' ? begin + 1 : begin;
-        const std::string_view member(path.data() + name, end - name);
-        // Fields follow one another in bit order, so a member repeats only right after itself.
-        if (branch.members.empty() || branch.members.back() != member) {
-          branch.members.emplace_back(member);
-        }
+      if (inserted) {
+        branch.first_leaf = i;
+        branch.reg_lo = leaf.reg_lo;
       }
-      begin = end;
+      branch.last_leaf = i;
+      branch.reg_lo = std::min(branch.reg_lo, leaf.reg_lo);
+      branch.reg_hi = std::max(branch.reg_hi, leaf.reg_hi.value_or(leaf.reg_lo));
+      if (step.front() == '[') {
+        branch.array = true;
+        const auto index = static_cast<uint32_t>(std::stoul(std::string(step.substr(1))));
+        branch.elements = std::max(branch.elements, index + 1);
+      } else if (branch.members.empty() || branch.members.back() != step) {
+        // Fields follow one another in bit order, so a member repeats only right after itself.
+        branch.members.emplace_back(step);
+      }
+      above = JoinPath(above, step);
     }
   }
 }
@@ -85,10 +84,12 @@ std::string Layout::Nearest(std::string_view path) const {
   return nearest.Best();
 }
 
+std::string RegisterSpan(uint32_t lo, uint32_t hi) {
+  return lo == hi ? std::to_string(lo) : std::to_string(lo) + "-" + std::to_string(hi);
+}
+
 std::string Registers(const Leaf& leaf) {
-  std::string out = std::to_string(leaf.reg_lo);
-  if (leaf.reg_hi.has_value()) out.append("-").append(std::to_string(*leaf.reg_hi));
-  return out;
+  return RegisterSpan(leaf.reg_lo, leaf.reg_hi.value_or(leaf.reg_lo));
 }
 
 std::optional<BitPlace> Layout::PlaceOfBit(uint32_t bit) const {

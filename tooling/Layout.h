@@ -29,6 +29,8 @@ struct Branch {
   std::vector<std::string> members;  // a record's member names, in bit order
   size_t first_leaf = 0;             // the first leaf below it, in bit order
   size_t last_leaf = 0;              // the last leaf below it: its leaves are first to last
+  uint32_t reg_lo = 0;               // the lowest register of its leaves
+  uint32_t reg_hi = 0;               // the highest
 };
 
 // A bit of a record as the leaf and the register word that carry it.
@@ -70,6 +72,8 @@ class Layout {
   // (and one of its leaves), or it names nothing (with the nearest path, if `hint`). The path is
   // echoed escaped and cut.
   std::string NotALeaf(std::string_view path, bool hint) const;
+  // Every branch by path, "" for the tile's record.
+  const std::unordered_map<std::string, Branch>& branches() const { return branches_; }
 
  private:
   std::string record_;
@@ -84,6 +88,8 @@ constexpr uint64_t MaxValue(uint32_t width) {
   return width >= 64 ? ~uint64_t{0} : (uint64_t{1} << width) - 1;
 }
 
+// "7", or "7-9" for the registers 7 to 9: how registers are shown everywhere.
+std::string RegisterSpan(uint32_t lo, uint32_t hi);
 // "7" or "7-8": the registers of a leaf, low word first.
 std::string Registers(const Leaf& leaf);
 

@@ -8,6 +8,7 @@
 #include "AccessorsJson.h"
 #include "FieldTypes.h"
 #include "Nearest.h"
+#include "PathForm.h"
 #include "Tile.h"
 #include "compiler/arch_spec/gen/GenerationTable.h"
 
@@ -60,24 +61,6 @@ const std::unordered_map<std::string_view, const char*>& InferredMarks() {
 }
 
 }  // namespace
-
-std::string_view FieldName(std::string_view path) {
-  const size_t dot = path.rfind('.');
-  if (dot != std::string_view::npos) path.remove_prefix(dot + 1);
-  return path.substr(0, path.find('['));
-}
-
-std::string PathTemplate(std::string_view path) {
-  std::string out;
-  out.reserve(path.size());
-  bool in_index = false;
-  for (char c : path) {
-    if (c == '[') in_index = true;
-    if (c == ']') in_index = false;
-    if (!in_index || c == '[') out += c;
-  }
-  return out;
-}
 
 // ---------------------------------------------------------------------------------------------
 // Enumeration
@@ -178,7 +161,7 @@ Enumerations::Enumerations(const zu::spec::GenerationRow& row)
 const Enumerations* Enumerations::Of(const zu::spec::ArchVersion& version) {
   static std::mutex mutex;
   static std::map<const zu::spec::GenerationRow*, std::unique_ptr<Enumerations>> made;
-  const zu::spec::GenerationRow* row = FindGeneration(version);
+  const zu::spec::GenerationRow* row = zu::spec::ServingGeneration(version);
   if (row == nullptr || !row->has_answers()) return nullptr;
   const std::lock_guard<std::mutex> lock(mutex);
   std::unique_ptr<Enumerations>& entry = made[row];
@@ -222,7 +205,8 @@ const Naming* Naming::Of(const TileRecord& record) {
   const Enumerations* enumerations = Enumerations::Of(record.version());
   if (enumerations == nullptr) return nullptr;
   const std::lock_guard<std::mutex> lock(mutex);
-  std::unique_ptr<Naming>& entry = made[{FindGeneration(record.version()), &record.record_class()}];
+  std::unique_ptr<Naming>& entry =
+      made[{zu::spec::ServingGeneration(record.version()), &record.record_class()}];
   if (entry == nullptr) entry = std::make_unique<Naming>(record, *enumerations);
   return entry.get();
 }

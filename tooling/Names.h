@@ -140,10 +140,4 @@ class Naming {
   std::vector<const Enumeration*> types_;  // per leaf
 };
 
-// "stage_opcode": the last name of a path, without indices.
-std::string_view FieldName(std::string_view path);
-// The path with every index written as [], "simd_structIn[][].stage_opcode": how the table of
-// field types names a leaf of every element at once.
-std::string PathTemplate(std::string_view path);
-
 }  // namespace archspec

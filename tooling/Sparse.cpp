@@ -128,15 +128,11 @@ class Reader {
       }
       value = *named.value;
     } else if (value_text.front() == '-') {
-      return Fail(line, "value " + shown() + " of " + leaf.path +
-                            " is negative; fields hold unsigned numbers");
+      return Fail(line, ValueNegative(shown(), leaf));
     } else {
       bool overflow = false;
       const std::optional<uint64_t> number = ParseNumber(value_text, overflow);
-      if (overflow) {
-        return Fail(line, "value " + shown() + " does not fit in " + std::to_string(leaf.width) +
-                              " bits of " + leaf.path);
-      }
+      if (overflow) return Fail(line, ValueTooWide(shown(), leaf));
       if (!number.has_value()) {
         return Fail(line, "value " + shown() + " of " + leaf.path +
                               " is neither a number (decimal or 0x hexadecimal) nor an enumerant "
@@ -144,10 +140,7 @@ class Reader {
       }
       value = *number;
     }
-    if (value > MaxValue(leaf.width)) {
-      return Fail(line, "value " + shown() + " does not fit in " + std::to_string(leaf.width) +
-                            " bits of " + leaf.path);
-    }
+    if (value > MaxValue(leaf.width)) return Fail(line, ValueTooWide(shown(), leaf));
 
     if (first_line_[*leaf_index] != 0) {
       return Fail(line, "duplicate assignment to " + leaf.path + " (first assigned on line " +
@@ -230,6 +223,16 @@ SparseResult ReadSparse(std::string_view text, const Layout& layout, const NameR
     failed.errors.push_back({line, 0, "cannot read the listing"});
     return failed;
   }
+}
+
+std::string ValueTooWide(std::string_view shown, const Leaf& leaf) {
+  return "value " + std::string(shown) + " does not fit in " + std::to_string(leaf.width) +
+         " bits of " + leaf.path;
+}
+
+std::string ValueNegative(std::string_view shown, const Leaf& leaf) {
+  return "value " + std::string(shown) + " of " + leaf.path +
+         " is negative; fields hold unsigned numbers";
 }
 
 std::string Hex(uint64_t value) {

@@ -85,6 +85,12 @@ std::string WriteSparse(const Layout& layout, const std::vector<uint64_t>& value
 void AppendListingLine(std::string& out, const Layout& layout, size_t leaf, uint64_t value,
                        const Naming* names);
 
+// The complaints about a value written for a leaf, the same from every face; `shown` is the value
+// as written ("300", or "alu_op_max = 12" for a name): "value 300 does not fit in 8 bits of
+// PATH", and "value -1 of PATH is negative; fields hold unsigned numbers".
+std::string ValueTooWide(std::string_view shown, const Leaf& leaf);
+std::string ValueNegative(std::string_view shown, const Leaf& leaf);
+
 // "0x1f": the one value format of the written listing, and of values in JSON.
 std::string Hex(uint64_t value);
 

@@ -111,21 +111,8 @@ std::string ProductNames(const char* conjunction) {
   return JoinNames(names, conjunction);
 }
 
-const GenerationRow* FindGeneration(const ArchVersion& version) {
-  const GenerationRow* of_major = nullptr;
-  int rows_of_major = 0;
-  for (const GenerationRow& row : zu::spec::GenerationTable()) {
-    if (row.version == version) return &row;
-    if (row.version.major == version.major) {
-      of_major = &row;
-      ++rows_of_major;
-    }
-  }
-  return rows_of_major == 1 ? of_major : nullptr;
-}
-
 std::string RecordNamespace(const ArchVersion& version) {
-  const GenerationRow* row = FindGeneration(version);
+  const GenerationRow* row = zu::spec::ServingGeneration(version);
   return row == nullptr ? "" : row->records;
 }
 

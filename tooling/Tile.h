@@ -31,9 +31,6 @@ const TileType* FindTileType(std::string_view name);
 std::string TileNames(const char* conjunction = "and");
 // "mk41, mk42, mk43 or mk44": the product names of the selectable generations, as above.
 std::string ProductNames(const char* conjunction = "or");
-// The row of the table of generations that describes `version`: its own row, or the one row of its
-// major. Null for a version that no row describes.
-const zu::spec::GenerationRow* FindGeneration(const zu::spec::ArchVersion& version);
 // The namespace of the generation's records ("ko" for mk41 and mk42); empty if it has none.
 std::string RecordNamespace(const zu::spec::ArchVersion& version);
 // "mk43 (ry)": how messages name a generation.

@@ -8,12 +8,7 @@
 
 namespace zu::spec {
 
-namespace {
-
-// The row of the table of generations whose classes serve `version`: the row of its major, or
-// where a major has several rows with answers, the one of its minor too. Null if none serves it;
-// `major_known` tells whether any row with answers has that major.
-const GenerationRow* ServingRow(const ArchVersion& version, bool& major_known) {
+const GenerationRow* ServingGeneration(const ArchVersion& version) {
   const GenerationRow* only = nullptr;
   int rows_of_major = 0;
   for (const GenerationRow& row : GenerationTable()) {
@@ -22,11 +17,8 @@ const GenerationRow* ServingRow(const ArchVersion& version, bool& major_known) {
     if (row.version.minor == version.minor) return &row;
     only = &row;
   }
-  major_known = rows_of_major > 0;
   return rows_of_major == 1 ? only : nullptr;
 }
-
-}  // namespace
 
 ArchVersion ArchSpec::version_;
 std::unique_ptr<ArchSpec> ArchSpec::arch_spec_;
@@ -59,12 +51,17 @@ ArchSpec* ArchSpec::get() {
     // Nothing was chosen: the autodetection path refuses, logs and exits with status 1.
     version_ = ArchVersion::parse("native");
   }
-  bool major_known = false;
-  const GenerationRow* row = ServingRow(version_, major_known);
+  const GenerationRow* row = ServingGeneration(version_);
+  const auto major_known = [] {
+    for (const GenerationRow& known : GenerationTable()) {
+      if (known.has_answers() && known.version.major == version_.major) return true;
+    }
+    return false;
+  };
   if (row != nullptr) {
     arch_spec_ = std::make_unique<ArchSpec>(version_, row->make_constants(), row->make_features(),
                                             row->make_constraints());
-  } else if (!major_known) {
+  } else if (!major_known()) {
     const std::string version = version_.to_string();
     fatal("BUG: Invalid architecture version in {}", zu::quoted(version));
   }

@@ -441,11 +441,7 @@ class Node:
     width = property(lambda self: self._branch[4], doc="the bits of all its leaves")
 
     def _join(self, member):
-        if isinstance(member, int):
-            return f"{self._path}[{member}]"
-        if member.startswith("["):
-            return self._path + member
-        return f"{self._path}.{member}" if self._path else member
+        return _core.join_path(self._path, member)
 
     def _resolve(self, key):
         """The path of a member or element, checked: a leaf's path or a branch's."""
@@ -549,12 +545,8 @@ class Node:
 
     def to_dict(self, names=False):
         """{path: value} of every leaf below, in bit order; `names` as for Tile.nonzero()."""
-        everything = self._tile.to_dict(names)
-        if not self._path:
-            return everything
-        dot, bracket = self._path + ".", self._path + "["
-        return {path: value for path, value in everything.items()
-                if path.startswith(dot) or path.startswith(bracket)}
+        first, last = self._branch[5:7]
+        return self._tile._core.values(self._tile._paths()[first:last + 1], False, bool(names))
 
     def __dir__(self):
         array, _, members, *_ = self._branch

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "Names.h"
+#include "PathForm.h"
 #include "Sparse.h"
 #include "Tile.h"
 #include "compiler/arch_spec/gen/GenerationTable.h"
@@ -244,6 +245,19 @@ TEST(Names, PathTemplatesAndFieldNames) {
             "simd_structIn[][].stage_result[]");
   EXPECT_EQ(FieldName("simd_structIn[0][4].stage_result[1]"), "stage_result");
   EXPECT_EQ(FieldName("ecf_udcIn[3]"), "ecf_udcIn");
+  EXPECT_EQ(JoinPath("", "pmu"), "pmu");
+  EXPECT_EQ(JoinPath("a[2]", "b"), "a[2].b");
+  EXPECT_EQ(JoinPath("a", "[2]"), "a[2]");
+  EXPECT_EQ(JoinPath("a", size_t{12}), "a[12]");
+}
+
+// The steps of every leaf's path, as the library wrote it, join back to the same path.
+TEST_P(NamesTest, EveryPathIsItsSteps) {
+  for (const Leaf& leaf : record_->layout().leaves()) {
+    std::string joined;
+    for (const std::string_view step : PathSteps(leaf.path)) joined = JoinPath(joined, step);
+    ASSERT_EQ(joined, leaf.path);
+  }
 }
 
 }  // namespace

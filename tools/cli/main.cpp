@@ -38,6 +38,7 @@
 #include "Layout.h"
 #include "Names.h"
 #include "Nearest.h"
+#include "PathForm.h"
 #include "Sparse.h"
 #include "Tile.h"
 #include "TreeText.h"
@@ -377,18 +378,40 @@ void RunLayout(const Options& options, std::string& out) {
   if (options.json) {
     json leaves = json::array();
     for (const Leaf& leaf : layout.leaves()) {
-      json row{{"path", leaf.path},
-               {"offset", leaf.offset},
-               {"width", leaf.width},
-               {"reg_lo", leaf.reg_lo}};
+      const auto [parent, name] = SplitLast(leaf.path);
+      json row{{"path", leaf.path},     {"name", name},          {"parent", parent},
+               {"offset", leaf.offset}, {"width", leaf.width},   {"reg_lo", leaf.reg_lo},
+               {"registers", Registers(leaf)}};
       if (leaf.reg_hi.has_value()) row["reg_hi"] = *leaf.reg_hi;
       if (const Enumeration* type = naming.TypeOf(leaves.size())) row["type"] = type->name();
       leaves.push_back(std::move(row));
     }
+    // The records and arrays above the leaves, each before what it holds.
+    std::vector<std::pair<const std::string*, const Branch*>> order;
+    for (const auto& [path, branch] : layout.branches()) order.emplace_back(&path, &branch);
+    std::sort(order.begin(), order.end(), [](const auto& a, const auto& b) {
+      return std::make_pair(a.second->first_leaf, a.first->size()) <
+             std::make_pair(b.second->first_leaf, b.first->size());
+    });
+    json branches = json::array();
+    for (const auto& [path, branch] : order) {
+      const auto [parent, name] = SplitLast(*path);
+      const Leaf& first = layout.leaves()[branch->first_leaf];
+      const Leaf& last = layout.leaves()[branch->last_leaf];
+      json row{{"path", *path},
+               {"name", name},
+               {"offset", first.offset},
+               {"bits", last.offset + last.width - first.offset},
+               {"registers", RegisterSpan(branch->reg_lo, branch->reg_hi)}};
+      if (!path->empty()) row["parent"] = parent;
+      if (branch->array) row["elements"] = branch->elements;
+      branches.push_back(std::move(row));
+    }
     const json result{{"arch", zu::spec::ArchSpec::arch().to_product_name_string()},
                       {"record", layout.record()},
                       {"bits", layout.bits()},
-                      {"leaves", std::move(leaves)}};
+                      {"leaves", std::move(leaves)},
+                      {"branches", std::move(branches)}};
     out += result.dump(2) + "\n";
     return;
   }

@@ -59,6 +59,11 @@ struct GenerationRow {
 // Every named generation, in rising version order.
 std::span<const GenerationRow> GenerationTable();
 
+// The row whose classes serve `version`: among the rows with answers, the row of its major, or
+// where a major has several, the one of its minor too. Null if none serves it. (ArchSpec.cpp: the
+// one rule by which a version finds its row, for the library and everything above it.)
+const GenerationRow* ServingGeneration(const ArchVersion& version);
+
 }  // namespace zu::spec
 """
 
