@@ -129,9 +129,12 @@ class Refresh:
                 block = check_docs.Block(path.relative_to(self.source), text, match)
                 if block.language not in ("cpp", "python") or block.not_run or block.prints is None:
                     continue
+                recorder.output = None
                 problem = recorder.check(block)
                 if problem is not None:
                     raise Unrefreshable(f"{block.where()}: the example {problem}")
+                if recorder.output is None:  # a fragment: compiled, not run
+                    continue
                 lines = recorder.output.rstrip("\n").split("\n")
                 sentence = check_docs.PRINTS.match(text[match.end():])
                 start = match.end() + sentence.start(1)

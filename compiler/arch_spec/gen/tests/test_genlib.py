@@ -84,26 +84,36 @@ class Recipes(unittest.TestCase):
         with open(os.path.join(self.out, genlib.OUT_SUBDIR, name)) as f:
             return f.read()
 
+    def declared(self, table, record, ns):
+        """The record's heading in the copy (its line number and text), and what it declares for
+        `ns`: [bits, fields] or [bits, fields, ids]."""
+        with open(os.path.join(self.tables, table)) as f:
+            for number, line in enumerate(f, start=1):
+                if line.split()[:2] == ["record", record]:
+                    cell = next(w for w in line.split() if w.startswith(ns + "="))
+                    return number, line, [int(n) for n in cell.split("=")[1].split("/")]
+        self.fail(f"no record {record} in {table}")
+
     def test_add_a_field(self):
-        row = "  tail_mode                   -         -         3\n"
-        path = os.path.join(self.tables, "records/pcu_datapath.rec")
-        with open(path) as f:
-            lines = f.read().splitlines(keepends=True)
-        heading = next(i for i, line in enumerate(lines) if line.startswith("record PCU_tail_struct"))
-        lines.insert(heading + 1, row)
-        with open(path, "w") as f:
-            f.writelines(lines)
+        table = "records/pcu_datapath.rec"
+        line, heading, (bits, fields) = self.declared(table, "PCU_tail_struct", "rye")
+        _, _, (tile_bits, _, tile_ids) = self.declared(table, "pcu_config_struct", "rye")
+        self.edit(table, heading, heading + "  tail_mode                   -         -         3\n")
         # The generator names the declared totals that must follow: the record's own first.
         status, complained = self.run_generator(gen_records)
         self.assertEqual(status, 1)
-        self.assertIn("pcu_datapath.rec:90: error: record PCU_tail_struct, generation rye: found "
-                      "43 bits in the fields, expected 40 as declared", complained)
-        self.edit("records/pcu_datapath.rec", "rye=40/16", "rye=43/17")
+        self.assertIn(f"pcu_datapath.rec:{line}: error: record PCU_tail_struct, generation rye: "
+                      f"found {bits + 3} bits in the fields, expected {bits} as declared",
+                      complained)
+        self.edit(table, heading, heading.replace(f"rye={bits}/{fields}",
+                                                  f"rye={bits + 3}/{fields + 1}"))
         status, complained = self.run_generator(gen_records)
         self.assertEqual(status, 1)
-        self.assertNotIn("PCU_tail_struct,", complained)  # then the records that hold it
-        self.assertIn("record pcu_config_struct, generation rye: found 8878 bits", complained)
-        self.assertIn("found 2962 unique ids, expected 2958 as declared", complained)
+        self.assertNotIn("PCU_tail_struct,", complained)  # then the records that hold it: 4 tails
+        self.assertIn(f"record pcu_config_struct, generation rye: found {tile_bits + 12} bits",
+                      complained)
+        self.assertIn(f"found {tile_ids + 4} unique ids, expected {tile_ids} as declared",
+                      complained)
 
     def test_add_a_generation_that_answers_as_another(self):
         self.edit(genlib.GENERATIONS_TABLE, "2.1.0      mk42     uko   ko       ko       yes\n",
