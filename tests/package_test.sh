@@ -1,6 +1,9 @@
 #!/usr/bin/env bash
-# Builds and runs the consumer example against the library as a user gets it, both through CMake's
-# find_package and through pkg-config, so that neither form of the package silently breaks:
+# Builds and runs the two consumer examples against the library as a user gets it, both through
+# CMake's find_package and through pkg-config, so that neither form of the package silently breaks:
+# examples/consumer on the library (ArchSpecCore::ArchSpecCore, archspeccore), and
+# examples/tooling_consumer on the tooling layer (ArchSpecCore::Tooling, archspectooling), whose
+# output is checked line by line. Fails at the first fault.
 #   package_test.sh install BUILD_DIR SOURCE_DIR CXX_FLAGS LINKER_FLAGS
 #       cmake --install into a scratch prefix
 #   package_test.sh deb BUILD_DIR SOURCE_DIR CXX_FLAGS LINKER_FLAGS
@@ -44,18 +47,57 @@ case "$mode" in
     ;;
 esac
 
-# With CMake.
-cmake -S "$source_dir/examples/consumer" -B "$scratch/consumer" -G Ninja \
-  -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_BUILD_TYPE=Release \
-  -DCMAKE_CXX_FLAGS="$cxx_flags" -DCMAKE_EXE_LINKER_FLAGS="$linker_flags" > /dev/null
-cmake --build "$scratch/consumer" > /dev/null
-LD_LIBRARY_PATH="$prefix/lib" "$scratch/consumer/consumer" mk43 | sed 's/^/find_package: /'
+# The installed headers include no header of another package, and the CMake package asks for
+# none: a user needs a C++20 compiler and this package only.
+if foreign=$(grep -rnE '^#include <[^>]*[./][^>]*>' "$prefix/include"); then
+  echo "an installed header includes a header of another package:"
+  echo "$foreign"
+  exit 1
+fi
+if grep -rl nlohmann "$prefix/lib/cmake/ArchSpecCore"; then
+  echo "the installed CMake package refers to nlohmann-json"
+  exit 1
+fi
 
-# With pkg-config, from the .pc file alone.
 pc_dir=$(dirname "$(find "$prefix" -name archspeccore.pc | head -1)")
-read -r -a pc_flags <<< "$(PKG_CONFIG_PATH="$pc_dir" pkg-config --cflags --libs archspeccore)"
 read -r -a extra_cxx <<< "$cxx_flags"
 read -r -a extra_ld <<< "$linker_flags"
-c++ -std=c++20 "${extra_cxx[@]}" "$source_dir/examples/consumer/consumer.cpp" "${pc_flags[@]}" \
-  "${extra_ld[@]}" -o "$scratch/consumer_pc"
+
+# build EXAMPLE PROGRAM PC_MODULE: the example built with CMake into $scratch/EXAMPLE/PROGRAM, and
+# from the .pc file alone into $scratch/PROGRAM_pc.
+build() {
+  local example=$1 program=$2 module=$3 pc_flags
+  cmake -S "$source_dir/examples/$example" -B "$scratch/$example" -G Ninja \
+    -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_BUILD_TYPE=Release \
+    -DCMAKE_CXX_FLAGS="$cxx_flags" -DCMAKE_EXE_LINKER_FLAGS="$linker_flags" > /dev/null
+  cmake --build "$scratch/$example" > /dev/null
+  read -r -a pc_flags <<< "$(PKG_CONFIG_PATH="$pc_dir" pkg-config --cflags --libs "$module")"
+  c++ -std=c++20 "${extra_cxx[@]}" "$source_dir/examples/$example/$program.cpp" "${pc_flags[@]}" \
+    "${extra_ld[@]}" -o "$scratch/${program}_pc"
+}
+
+build consumer consumer archspeccore
+LD_LIBRARY_PATH="$prefix/lib" "$scratch/consumer/consumer" mk43 | sed 's/^/find_package: /'
 "$scratch/consumer_pc" mk43 | sed 's/^/pkg-config: /'
+
+# A PCU programmed by names, its listing written and read back: exactly this, both ways.
+build tooling_consumer tooling_consumer archspectooling
+expected='simd_structIn[0][1].stage_opcode = alu_format_enum_fp32 refused
+# archspec mk43 pcu
+simd_structIn[0][0].stage_opcode = stage_opcode_alu_op_max
+common_structIn.udc_init_value[0] = 0x64
+read back: the same configuration'
+for form in find_package pkg-config; do
+  if [ $form = find_package ]; then
+    program=$scratch/tooling_consumer/tooling_consumer
+  else
+    program=$scratch/tooling_consumer_pc
+  fi
+  output=$(LD_LIBRARY_PATH="$prefix/lib" "$program" mk43 "$scratch/pcu.sparse")
+  if [ "$output" != "$expected" ]; then
+    printf 'the tooling consumer (%s) printed:\n%s\ninstead of:\n%s\n' "$form" "$output" \
+      "$expected"
+    exit 1
+  fi
+  echo "tooling $form: $(tail -1 <<< "$output")"
+done
