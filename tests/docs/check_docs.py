@@ -2,9 +2,11 @@
 """Checks every example of the documents against the program: what a reader copies works.
 
 Reads README.md and docs/*.md, and for each fenced block:
-  cpp       compiled against the library; a complete program (with main) is run too, and where the
-            text right after the block says it "prints `...`", its output must be exactly that. A
-            fragment is compiled as the body of a function, its #include lines above it.
+  cpp       compiled against the library (those of docs/library.md against the tooling library
+            too, as a program outside the project links ArchSpecCore::Tooling); a complete program
+            (with main) is run too, and where the text right after the block says it "prints
+            `...`", its output must be exactly that. A fragment is compiled as the body of a
+            function, its #include lines above it.
   python    run with the package archspec of the build; "prints `...`" is checked the same way.
   console   sessions of the tool: each `$ command` runs from the repository root (`archspec` being
             the tool of the build) and must print the lines that follow it, stdout and stderr
@@ -33,6 +35,8 @@ import tempfile
 FENCE = re.compile(r"^```(\w*)[^\n]*\n(.*?)^```[ \t]*$", re.M | re.S)
 NOT_RUN = re.compile(r"(<!--\s*not run\b.*-->|^\*Not run\b.*\*)\s*$", re.I)
 PRINTS = re.compile(r"\A\s*prints (`.*?)(?:\n\s*\n|\Z)", re.S)
+# The documents whose C++ uses the tooling layer (tooling/*.h) as well as the library.
+TOOLING_DOCUMENTS = {"docs/library.md"}
 
 
 class Block:
@@ -101,10 +105,13 @@ class Checker:
             program.write_text("\n".join(includes) + "\nvoid Fragment() {\n" + "\n".join(body) +
                                "\n}\n")
         binary = self.scratch / "example"
+        # The tooling layer is a static library over the shared one: it comes first.
+        tooling = ([str(self.build / "tooling" / "libArchSpecTooling.a")]
+                   if str(block.path) in TOOLING_DOCUMENTS else [])
+        library = self.build / "compiler" / "arch_spec"
         compiled = self.run([self.cxx, "-std=c++20", *self.flags, f"-I{self.source}",
                              f"-I{self.build / 'generated'}", str(program), "-o", str(binary),
-                             f"-L{self.build / 'compiler' / 'arch_spec'}", "-lArchSpecCore",
-                             f"-Wl,-rpath,{self.build / 'compiler' / 'arch_spec'}"])
+                             *tooling, f"-L{library}", "-lArchSpecCore", f"-Wl,-rpath,{library}"])
         if compiled.returncode != 0:
             return "does not compile:\n" + compiled.stderr[:2000]
         if "main" not in program.read_text():
