@@ -486,8 +486,7 @@ PYBIND11_MODULE(_core, m) {
     return rows;
   });
   m.def(
-      "join_path",
-      [](std::string_view path, size_t index) { return JoinPath(path, index); },
+      "join_path", [](std::string_view path, size_t index) { return JoinPath(path, index); },
       "The path of element `index` of the array at `path`.");
   m.def(
       "join_path",

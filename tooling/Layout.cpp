@@ -16,9 +16,10 @@ Layout::Layout(std::string record, uint32_t bits, std::vector<Leaf> leaves)
   // before a member's name, an array before an index; the tile's record is the branch "".
   for (size_t i = 0; i < leaves_.size(); ++i) {
     const Leaf& leaf = leaves_[i];
-    std::string above;
+    // The branch that holds a step is the path up to the end of the step before it.
+    size_t above = 0;
     for (const std::string_view step : PathSteps(leaf.path)) {
-      auto [found, inserted] = branches_.try_emplace(above);
+      auto [found, inserted] = branches_.try_emplace(leaf.path.substr(0, above));
       Branch& branch = found->second;
       if (inserted) {
         branch.first_leaf = i;
@@ -35,7 +36,7 @@ Layout::Layout(std::string record, uint32_t bits, std::vector<Leaf> leaves)
         // Fields follow one another in bit order, so a member repeats only right after itself.
         branch.members.emplace_back(step);
       }
-      above = JoinPath(above, step);
+      above = static_cast<size_t>(step.end() - leaf.path.data());
     }
   }
 }

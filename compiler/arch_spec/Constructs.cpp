@@ -1,6 +1,6 @@
 // The operations that every construct shares and those of a leaf that are not inline. The table of
-// field locations is FieldTable.cpp, the printed form LeafText.cpp, where leaves lie
-// LeafMetadata.cpp, and the reading and writing of bits BitIO.cpp.
+// field locations is FieldTable.cpp, the printed form (of records too) LeafText.cpp, where leaves
+// lie LeafMetadata.cpp, and the reading and writing of bits BitIO.cpp.
 #include "compiler/arch_spec/Constructs.h"
 
 namespace zu::spec {
@@ -47,15 +47,6 @@ uint64_t BitsIntegerBase::ParseImpl(const std::string& bits, size_t* pos) const 
   const uint64_t value = ReadCharacters(bits, *pos, width);
   *pos += width;
   return value;
-}
-
-void BitsIntegerBase::ToStringImpl(std::string* out) const {
-  constructs_internal::AppendLeafLine(out, 0, {}, {}, unique_id_, SizeInBits(), ToNumber());
-}
-
-void BitsIntegerBase::AppendFieldLine(std::string* out, size_t blanks, std::string_view name,
-                                      size_t width) const {
-  constructs_internal::AppendLeafLine(out, blanks, name, " = ", unique_id_, width, ToNumber());
 }
 
 void BitsIntegerBase::range_check(size_t offset, size_t size) const {

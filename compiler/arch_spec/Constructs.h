@@ -34,6 +34,10 @@ namespace zu::spec {
 using UniqueId = short;
 
 class BitsIntegerBase;
+namespace constructs_internal {
+class Lines;
+struct Cursor;
+}  // namespace constructs_internal
 
 // Where one part (at most 32 bits) of a leaf stands, counted in 512-bit words.
 struct FieldMetadata {
@@ -107,6 +111,9 @@ class BaseConstruct {
 
   // The entry of `id`, or null if the table has none. Nothing is inserted.
   static ExternalStorage* FindEntry(UniqueId id);
+  // The entry of `id`, which must exist: a lookup that finds none leaves an empty entry and fails
+  // with "External storage not initialized".
+  static ExternalStorage& StoredEntryOf(UniqueId id, const zu::SourceLocation& location);
 
  protected:
   // The entry of this construct, which must exist: a lookup that finds none leaves an empty entry
@@ -130,8 +137,6 @@ class BaseConstruct {
   // temporary leaves would do). A packed array hands its elements over together; a member leaf goes
   // through its own routines (BitsIntegerBase), which share these rules.
   //
-  // The entry of `id`, which must exist ("External storage not initialized").
-  static ExternalStorage& StoredEntryOf(UniqueId id, const zu::SourceLocation& location);
   // The FieldMetadata of `count` leaves whose ids rise by one from `first_id`, in that order.
   static void AppendLeavesFields(std::vector<FieldMetadata>& out, UniqueId first_id, size_t count,
                                  size_t width, bool flag, int32_t base,
@@ -199,10 +204,9 @@ class BitsIntegerBase : public BaseConstruct {
 
  private:
   friend class RecordBase;
-  // What a caller that knows the leaf's width (a record, for its leaf fields) needs to print,
-  // collect the fields of and collect the patches of the leaf, without the virtual calls of the
-  // general operations: the leaf's line, "<blanks><name> = <leaf's text>".
-  void AppendFieldLine(std::string* out, size_t blanks, std::string_view name, size_t width) const;
+  // What a caller that knows the leaf's width (a record, for its leaf fields, which it also prints
+  // from the leaf's id and value) needs to collect the fields of and collect the patches of the
+  // leaf, without the virtual calls of the general operations.
   void AppendFieldsOf(size_t width, std::vector<FieldMetadata>& out, bool flag, int32_t base) const;
   void AppendPatchesOf(size_t width, std::vector<PatchMetadata>& out, uint32_t id,
                        const zu::optional<uint32_t>& base,
@@ -216,29 +220,61 @@ void AssignPath(std::string& path, const ExternalStorage& entry);
 
 // The printed form: a construct at nesting depth d stands 2 * d blanks in.
 constexpr size_t Indentation(size_t depth) { return 2 * depth; }
-// "<blanks><head><separator><tail>", in one step: every line of the printed form is written so.
-void AppendLine(std::string* out, size_t blanks, std::string_view head, std::string_view separator,
-                std::string_view tail);
-// A leaf's line: `head` and `separator` (a record's "name", " = "; nothing for a leaf printed
-// alone), then the leaf's place and value, "[0x012c:7-8]/40 0x1234" (the high register only above
-// 32 bits), or "[0x0000]/0 0xa" without an id or an entry.
-void AppendLeafLine(std::string* out, size_t blanks, std::string_view head,
-                    std::string_view separator, const zu::optional<UniqueId>& id, size_t width,
-                    uint64_t value);
-// An array element's line: "<index>: " and the leaf's text.
-void AppendElementLine(std::string* out, size_t blanks, size_t index,
-                       const zu::optional<UniqueId>& id, size_t width, uint64_t value);
-// "]/<bits>" on a line of its own at `depth`: the end of an array.
-void AppendArrayEnd(std::string* out, size_t depth, size_t bits);
-// An index in decimal, as an element's line shows it.
-class IndexText {
+
+// The elements of a packed array that one step of a metadata operation or a print takes at once.
+inline constexpr size_t kRun = 64;
+// The length of the run that starts at element `done` of `n`.
+constexpr size_t RunAt(size_t done, size_t n) { return n - done < kRun ? n - done : kRun; }
+
+// A leaf to print: its name in a record (empty for a leaf printed alone), id, width and value.
+struct LeafLine {
+  std::string_view name;
+  zu::optional<UniqueId> id;
+  size_t width;
+  uint64_t value;
+};
+
+// The lines of the printed form, gathered in a buffer on the stack and handed to the string a
+// buffer at a time: when the next line might not fit, on Flush, and when the Lines ends. Whoever
+// writes to the string directly (a nested construct's ToString) flushes first. Every line is
+// "<blanks><head><separator>" and what follows it; a head too long for the buffer goes to the
+// string directly.
+class Lines {
  public:
-  explicit IndexText(size_t index);
-  operator std::string_view() const { return {text_, size_}; }  // NOLINT: a view of the text
+  explicit Lines(std::string* out) : out_(out) {}
+  ~Lines() { Flush(); }
+  Lines(const Lines&) = delete;
+  Lines& operator=(const Lines&) = delete;
+
+  // "<blanks><head><separator>", the separator ending the line or leading to what follows.
+  void Text(size_t blanks, std::string_view head, std::string_view separator = {});
+  // The lines of `count` (at most kRun) leaves: for a leaf with a name (a record's field)
+  // "<blanks><name> = ", then the leaf's place and value, "[0x012c:7-8]/40 0x1234" (the high
+  // register only above 32 bits), or "[0x0000]/0 0xa" without an id or an entry.
+  void Leaves(size_t blanks, const LeafLine* leaves, size_t count);
+  // The lines of `count` (at most kRun) elements of an array, each "<blanks><index>: " and the
+  // leaf's text of `values[k]`, the first numbered `first_index`. Without `first_id` the elements
+  // have no ids; with it, the ids fall by one per element from `first_id`.
+  void Elements(size_t blanks, size_t first_index, const uint64_t* values, size_t count,
+                const zu::optional<UniqueId>& first_id, size_t width);
+  // "<blanks><index>: <tail>": the head of an element that is a record or an array.
+  void Index(size_t blanks, size_t index, std::string_view tail);
+  // "]/<bits>" on a line of its own at `depth`: the end of an array.
+  void ArrayEnd(size_t depth, size_t bits);
+  void Flush();
 
  private:
-  char text_[24];
-  size_t size_;
+  static constexpr size_t kRoom = 4096;
+  // Where the buffer's text ends, as a cursor to write on, and the text written up to it.
+  Cursor Resume();
+  void Pause(const Cursor& line);
+  // "<blanks><head><separator>" at `line`, with room for `after` more characters behind it.
+  void Head(Cursor& line, size_t blanks, std::string_view head, std::string_view separator,
+            size_t after);
+
+  std::string* out_;
+  size_t size_ = 0;
+  char text_[kRoom];
 };
 
 // Room for `more` elements (of a vector or a string), growing geometrically so that results
@@ -249,11 +285,6 @@ void ReserveMore(Container& c, size_t more) {
   if (wanted > c.capacity()) [[unlikely]]
     c.reserve(wanted > 2 * c.capacity() ? wanted : 2 * c.capacity());
 }
-
-// The elements of a packed array that one step of a metadata operation or a print takes at once.
-inline constexpr size_t kRun = 64;
-// The length of the run that starts at element `done` of `n`.
-constexpr size_t RunAt(size_t done, size_t n) { return n - done < kRun ? n - done : kRun; }
 
 // A metadata pass: a record's CollectFields or CollectPatches, with the passes of the records
 // inside it. The outermost pass keeps the path of each parent whose children it names, built once
@@ -386,9 +417,10 @@ class PackedArrayBase : public BaseConstruct {
   }
   size_t SizeInBits() const override { return GetSize() * B; }
   void ToString(size_t indent, std::string* out) const override {
-    out->append("[\n");
-    AppendRowText(out, constructs_internal::Indentation(indent + 1), 0, GetSize());
-    constructs_internal::AppendArrayEnd(out, indent, SizeInBits());
+    constructs_internal::Lines lines(out);
+    lines.Text(0, "[\n");
+    AppendRowText(lines, constructs_internal::Indentation(indent + 1), 0, GetSize());
+    lines.ArrayEnd(indent, SizeInBits());
   }
   void Walk(const std::function<void(BitsIntegerBase&)>& fn) override {
     if (!fn) throw std::bad_function_call();
@@ -483,11 +515,15 @@ class PackedArrayBase : public BaseConstruct {
   // rather than "[row][column]".
   virtual size_t Columns() const { return 0; }
   // The lines of elements `first` to `first + count - 1`, numbered from 0, each after `blanks`.
-  void AppendRowText(std::string* out, size_t blanks, size_t first, size_t count) const {
+  void AppendRowText(constructs_internal::Lines& lines, size_t blanks, size_t first,
+                     size_t count) const {
     const Storage* data = GetData();
-    for (size_t k = 0; k < count; ++k) {
-      constructs_internal::AppendElementLine(out, blanks, k, ElementId(first + k), B,
-                                             Unit::Get(data, first + k));
+    uint64_t values[constructs_internal::kRun];
+    for (size_t done = 0; done < count;) {
+      const size_t run = constructs_internal::RunAt(done, count);
+      for (size_t k = 0; k < run; ++k) values[k] = Unit::Get(data, first + done + k);
+      lines.Elements(blanks, done, values, run, ElementId(first + done), B);
+      done += run;
     }
   }
   void range_check(size_t i) const { BitsInteger<B>().range_check(i, GetSize()); }
@@ -552,14 +588,15 @@ class ArrayLEBase : public BaseConstruct {
     return total;
   }
   void ToString(size_t indent, std::string* out) const override {
-    using namespace constructs_internal;
-    out->append("[\n");
+    constructs_internal::Lines lines(out);
+    lines.Text(0, "[\n");
     auto [first, last] = Range();
     for (size_t i = 0; first + i != last; ++i) {
-      AppendLine(out, Indentation(indent + 1), IndexText(i), ": ", {});
+      lines.Index(constructs_internal::Indentation(indent + 1), i, {});
+      lines.Flush();
       first[i].ToString(indent + 1, out);
     }
-    AppendArrayEnd(out, indent, SizeInBits());
+    lines.ArrayEnd(indent, SizeInBits());
   }
   void Walk(const std::function<void(BitsIntegerBase&)>& fn) override {
     auto [first, last] = Range();
@@ -668,14 +705,15 @@ class ArrayLE<N, PackedArray<M, B>> final : public PackedArrayBase<B> {
 
   size_t SizeInBits() const override { return kSizeInBits; }
   void ToString(size_t indent, std::string* out) const override {
-    using namespace constructs_internal;
-    out->append("[\n");
+    using constructs_internal::Indentation;
+    constructs_internal::Lines lines(out);
+    lines.Text(0, "[\n");
     for (size_t i = 0; i < N; ++i) {
-      AppendLine(out, Indentation(indent + 1), IndexText(i), ": ", "[\n");
-      this->AppendRowText(out, Indentation(indent + 2), i * M, M);
-      AppendArrayEnd(out, indent + 1, M * B);
+      lines.Index(Indentation(indent + 1), i, "[\n");
+      this->AppendRowText(lines, Indentation(indent + 2), i * M, M);
+      lines.ArrayEnd(indent + 1, M * B);
     }
-    AppendArrayEnd(out, indent, kSizeInBits);
+    lines.ArrayEnd(indent, kSizeInBits);
   }
   Storage* GetData() override { return data_; }
   const Storage* GetData() const override { return data_; }

@@ -29,7 +29,8 @@ std::string PathOfEntry(const ExternalStorage& entry) {
   return path;
 }
 
-thread_local constructs_internal::MetadataPass* running_pass = nullptr;
+// The outermost metadata pass while one runs. Like the table, it belongs to one thread at a time.
+constructs_internal::MetadataPass* running_pass = nullptr;
 
 }  // namespace
 

@@ -6,6 +6,15 @@ namespace zu::spec {
 
 namespace {
 
+// The entry of `id`, which must exist: the table's own lookup, and its failure
+// ("External storage not initialized") where there is none.
+const ExternalStorage& EntryOf(UniqueId id, const zu::SourceLocation& location) {
+  auto& table = BaseConstruct::external_storage_;
+  if (const auto found = table.find(id); found != table.end()) [[likely]]
+    return found->second;
+  return BaseConstruct::StoredEntryOf(id, location);
+}
+
 // The one or two FieldMetadata of a leaf of `width` bits with entry `entry`: the low 32 bits, which
 // stand at the end of a wide leaf's stretch, then the bits above them.
 void AppendFields(std::vector<FieldMetadata>& out, const ExternalStorage& entry, size_t width,
@@ -40,16 +49,18 @@ struct PatchRule {
         given(value.has_value()),
         given_value(value.value_or(0)) {}
 
-  // The one or two patches of a leaf of `width` bits holding `v`, whose entry is `entry`: the low
-  // 32 bits, with the base added, then, above 32 bits, the bits from 32 up. The high word takes no
-  // base: that asymmetry is part of the format of patches.
-  void Append(std::vector<PatchMetadata>& out, const ExternalStorage& entry, size_t width,
-              uint64_t v) const {
-    out.push_back({patch_id, entry.reg_lo + added, given ? given_value : static_cast<uint32_t>(v)});
+  // The one or two patches of a leaf of `width` bits holding `v`, whose entry is `entry`, written
+  // at `patch`: the low 32 bits, with the base added, then, above 32 bits, the bits from 32 up.
+  // The high word takes no base: that asymmetry is part of the format of patches. Returns where
+  // they end.
+  PatchMetadata* Put(PatchMetadata* patch, const ExternalStorage& entry, size_t width,
+                     uint64_t v) const {
+    *patch++ = {patch_id, entry.reg_lo + added, given ? given_value : static_cast<uint32_t>(v)};
     if (width >= 33) {
-      out.push_back({patch_id, entry.reg_hi.value_or(0),
-                     given ? given_value : static_cast<uint32_t>(v >> 32)});
+      *patch++ = {patch_id, entry.reg_hi.value_or(0),
+                  given ? given_value : static_cast<uint32_t>(v >> 32)};
     }
+    return patch;
   }
 
   uint32_t patch_id;
@@ -60,26 +71,36 @@ struct PatchRule {
 
 }  // namespace
 
-void BaseConstruct::AppendLeavesFields(std::vector<FieldMetadata>& out, UniqueId first_id,
-                                       size_t count, size_t width, bool flag, int32_t base,
-                                       const zu::SourceLocation& location) {
+[[gnu::flatten]] void BaseConstruct::AppendLeavesFields(std::vector<FieldMetadata>& out,
+                                                        UniqueId first_id, size_t count,
+                                                        size_t width, bool flag, int32_t base,
+                                                        const zu::SourceLocation& location) {
   constructs_internal::ReserveMore(out, count);
   for (size_t k = 0; k < count; ++k) {
     const auto id = static_cast<UniqueId>(first_id + static_cast<UniqueId>(k));
-    AppendFields(out, StoredEntryOf(id, location), width, flag, base);
+    AppendFields(out, EntryOf(id, location), width, flag, base);
   }
 }
 
-void BaseConstruct::AppendLeavesPatches(std::vector<PatchMetadata>& out, UniqueId first_id,
-                                        size_t count, size_t width, const uint64_t* values,
-                                        uint32_t patch_id, const zu::optional<uint32_t>& base,
-                                        const zu::optional<uint32_t>& value,
-                                        const zu::SourceLocation& location) {
+// Flattened, so that the table lookups are inlined into the loop.
+[[gnu::flatten]] void BaseConstruct::AppendLeavesPatches(
+    std::vector<PatchMetadata>& out, UniqueId first_id, size_t count, size_t width,
+    const uint64_t* values, uint32_t patch_id, const zu::optional<uint32_t>& base,
+    const zu::optional<uint32_t>& value, const zu::SourceLocation& location) {
   const PatchRule rule(patch_id, base, value);
-  constructs_internal::ReserveMore(out, (width >= 33 ? 2 : 1) * count);
+  const size_t start = out.size();
+  out.resize(start + (width >= 33 ? 2 : 1) * count);
+  PatchMetadata* patch = out.data() + start;
   for (size_t k = 0; k < count; ++k) {
     const auto id = static_cast<UniqueId>(first_id + static_cast<UniqueId>(k));
-    rule.Append(out, StoredEntryOf(id, location), width, values[k]);
+    const auto found = external_storage_.find(id);
+    if (found == external_storage_.end()) [[unlikely]] {
+      // What came before the leaf without an entry stays; its failure ends the operation.
+      out.resize(static_cast<size_t>(patch - out.data()));
+      StoredEntryOf(id, location);
+      return;
+    }
+    patch = rule.Put(patch, found->second, width, values[k]);
   }
 }
 
@@ -87,15 +108,17 @@ void BitsIntegerBase::AppendFieldsOf(size_t width, std::vector<FieldMetadata>& o
                                      int32_t base) const {
   const zu::SourceLocation location = zu::SourceLocation::current();
   check(unique_id_.has_value(), "Unique ID not initialized", location);
-  AppendFields(out, StoredEntryOf(*unique_id_, location), width, flag, base);
+  AppendFields(out, EntryOf(*unique_id_, location), width, flag, base);
 }
 
 void BitsIntegerBase::AppendPatchesOf(size_t width, std::vector<PatchMetadata>& out, uint32_t id,
                                       const zu::optional<uint32_t>& base,
                                       const zu::optional<uint32_t>& value) const {
   check(unique_id_.has_value(), "Unique ID not initialized");
-  PatchRule(id, base, value)
-      .Append(out, StoredEntryOf(*unique_id_, zu::SourceLocation::current()), width, ToNumber());
+  const ExternalStorage& entry = EntryOf(*unique_id_, zu::SourceLocation::current());
+  const size_t start = out.size();
+  out.resize(start + (width >= 33 ? 2 : 1));
+  PatchRule(id, base, value).Put(out.data() + start, entry, width, ToNumber());
 }
 
 }  // namespace zu::spec

@@ -1,127 +1,238 @@
 // The printed form of constructs: a record is "{", a line per field and "}"; an array is "[", a
 // line per element and "]/<bits>"; a leaf is its place and value on the line of its field or
-// element. Every line is written here, by AppendLine, with 2 blanks per level of nesting.
+// element. Every line is written here, by Lines, with 2 blanks per level of nesting.
 #include <charconv>
 #include <cstring>
-#include <string_view>
 
 #include "compiler/arch_spec/Constructs.h"
+#include "compiler/arch_spec/Record.h"
 
-namespace zu::spec::constructs_internal {
+namespace zu::spec {
+namespace constructs_internal {
 
 namespace {
 
-// A short text put together on the stack, bounded: std::to_chars is handed the buffer's end, and a
-// piece that would not fit is a failure of the sizes below rather than a write past the end.
-template <size_t kRoom>
-class ShortText {
- public:
-  void Put(std::string_view piece) {
-    check(piece.size() <= kRoom - size_, "printed text longer than its buffer");
-    std::memcpy(text_ + size_, piece.data(), piece.size());
-    size_ += piece.size();
-  }
-  // `value` in decimal, or in lower-case hexadecimal without leading zeros with `base` 16.
-  void PutNumber(uint64_t value, int base = 10) {
-    const auto [end, error] = std::to_chars(text_ + size_, text_ + kRoom, value, base);
-    check(error == std::errc(), "printed text longer than its buffer");
-    size_ = static_cast<size_t>(end - text_);
-  }
-  // `value` as exactly four hexadecimal digits.
-  void PutHex4(uint16_t value) {
-    check(kRoom - size_ >= 4, "printed text longer than its buffer");
-    for (int i = 3; i >= 0; --i, value = static_cast<uint16_t>(value >> 4)) {
-      text_[size_ + static_cast<size_t>(i)] = "0123456789abcdef"[value & 15];
-    }
-    size_ += 4;
-  }
-  std::string_view view() const { return {text_, size_}; }
-
- private:
-  char text_[kRoom];
-  size_t size_ = 0;
-};
-
-// The longest leaf text: "[0x" ffff ":" 4294967295 "-" 4294967295 "]/" 18446744073709551615 " 0x"
-// ffffffffffffffff "\n".
+// The longest leaf text: "[0x" ffff ":" 4294967295 "-" 4294967295 "]/" 18446744073709551615
+// " 0x" ffffffffffffffff "\n".
 constexpr size_t kLeafTextRoom = 3 + 4 + 1 + 10 + 1 + 10 + 2 + 20 + 3 + 16 + 1;
+// The longest index and its ": ".
+constexpr size_t kIndexRoom = 20 + 2;
 
-// "]/<bits>": the end of a leaf's place, and of an array.
-template <size_t kRoom>
-void PutSize(ShortText<kRoom>& text, size_t bits) {
-  text.Put("]/");
-  text.PutNumber(bits);
-}
-
-// The text of a leaf of `width` bits holding `value` whose entry is `entry`, and its newline:
-// "[0x012c:7-8]/40 0x1234\n", the high register only above 32 bits; "[0x0000]/0 0x1234\n" without
-// an entry.
-ShortText<kLeafTextRoom> LeafText(const ExternalStorage* entry, size_t width, uint64_t value) {
-  ShortText<kLeafTextRoom> text;
-  if (entry == nullptr) {
-    text.Put("[0x0000]/0");
-  } else {
-    text.Put("[0x");
-    text.PutHex4(entry->offset);
-    text.Put(":");
-    text.PutNumber(entry->reg_lo);
-    if (width > 32 && entry->reg_hi.has_value()) {
-      text.Put("-");
-      text.PutNumber(*entry->reg_hi);
-    }
-    PutSize(text, width);
+// The entries of `count` (at most kRun) leaves, in a loop of their own: the lookups do not wait
+// for each other, so the processor runs them side by side. An id without an entry gives null.
+template <class IdOf>
+void LookUp(const ExternalStorage** entries, size_t count, IdOf id_of) {
+  const auto& table = BaseConstruct::external_storage_;
+  for (size_t k = 0; k < count; ++k) {
+    const zu::optional<UniqueId> id = id_of(k);
+    const auto found = id.has_value() ? table.find(*id) : table.end();
+    entries[k] = found == table.end() ? nullptr : &found->second;
   }
-  text.Put(" 0x");
-  text.PutNumber(value, 16);
-  text.Put("\n");
-  return text;
 }
 
-// The entry that a leaf with `id` prints: none without an id. A leaf that was never registered
-// leaves an empty entry behind, as every reading of the table does, and prints the short form;
-// printed again, it finds that entry.
-const ExternalStorage* PrintedEntry(const zu::optional<UniqueId>& id) {
-  if (!id.has_value()) return nullptr;
-  if (const ExternalStorage* entry = BaseConstruct::FindEntry(*id)) return entry;
-  BaseConstruct::external_storage_[*id];
-  return nullptr;
+// The entry that a leaf with `id` prints, `found` by LookUp: none without an id. A leaf that was
+// never registered leaves an empty entry behind, as every reading of the table does, and prints
+// the short form; printed again, it finds that entry.
+const ExternalStorage* PrintedEntry(const zu::optional<UniqueId>& id,
+                                    const ExternalStorage* found) {
+  if (id.has_value() && found == nullptr) BaseConstruct::external_storage_[*id];
+  return found;
 }
 
 }  // namespace
 
-void AppendLine(std::string* out, size_t blanks, std::string_view head, std::string_view separator,
-                std::string_view tail) {
-  const size_t at = out->size();
-  out->resize(at + blanks + head.size() + separator.size() + tail.size());
-  char* cursor = out->data() + at;
-  std::memset(cursor, ' ', blanks);
-  cursor += blanks;
-  for (const std::string_view piece : {head, separator, tail}) {
-    std::memcpy(cursor, piece.data(), piece.size());
-    cursor += piece.size();
+// Where a line is being written: characters go in at `at`, never at or past `end`. std::to_chars
+// is handed the end; a piece that would not fit is a failure of the sizes above rather than a write
+// past it.
+struct Cursor {
+  char* at;
+  char* end;
+
+  void Put(std::string_view piece) {
+    check(piece.size() <= static_cast<size_t>(end - at), "printed line longer than its buffer");
+    std::memcpy(at, piece.data(), piece.size());
+    at += piece.size();
   }
+  void Blanks(size_t count) {
+    check(count <= static_cast<size_t>(end - at), "printed line longer than its buffer");
+    static constexpr char kBlanks[] = "                ";
+    if (count < sizeof kBlanks && end - at >= static_cast<ptrdiff_t>(sizeof kBlanks)) {
+      // The usual indentation: a block of known size, which the compiler writes inline; what
+      // stands behind the cursor is written over by the rest of the line.
+      std::memcpy(at, kBlanks, sizeof kBlanks);
+    } else {
+      std::memset(at, ' ', count);
+    }
+    at += count;
+  }
+  void Decimal(uint64_t value) { Number(std::to_chars(at, end, value)); }
+  void Hex(uint64_t value) {
+    if (value < 16 && at < end) {  // the values of narrow leaves
+      *at++ = "0123456789abcdef"[value];
+      return;
+    }
+    Number(std::to_chars(at, end, value, 16));
+  }
+  // Four hexadecimal digits, leading zeros included.
+  void Hex4(uint16_t value) {
+    check(end - at >= 4, "printed line longer than its buffer");
+    for (int k = 3; k >= 0; --k, value = static_cast<uint16_t>(value >> 4)) {
+      at[k] = "0123456789abcdef"[value & 15];
+    }
+    at += 4;
+  }
+  void Number(std::to_chars_result written) {
+    check(written.ec == std::errc(), "printed line longer than its buffer");
+    at = written.ptr;
+  }
+
+  // "[0x012c:7-8]/40 0x1234\n": the place (the offset in four hexadecimal digits, the low
+  // register, the high one only above 32 bits, the width), then the value; "[0x0000]/0 0x1234\n"
+  // without an entry.
+  [[gnu::always_inline]] void LeafText(const ExternalStorage* entry, size_t width, uint64_t value) {
+    if (entry == nullptr) {
+      Put("[0x0000]/0 0x");
+    } else {
+      Put("[0x");
+      Hex4(entry->offset);
+      Put(":");
+      Decimal(entry->reg_lo);
+      if (width > 32 && entry->reg_hi.has_value()) {
+        Put("-");
+        Decimal(*entry->reg_hi);
+      }
+      Put("]/");
+      Decimal(width);
+      Put(" 0x");
+    }
+    Hex(value);
+    Put("\n");
+  }
+};
+
+void Lines::Flush() {
+  out_->append(text_, size_);
+  size_ = 0;
 }
 
-void AppendLeafLine(std::string* out, size_t blanks, std::string_view head,
-                    std::string_view separator, const zu::optional<UniqueId>& id, size_t width,
-                    uint64_t value) {
-  AppendLine(out, blanks, head, separator, LeafText(PrintedEntry(id), width, value).view());
+Cursor Lines::Resume() { return {text_ + size_, text_ + kRoom}; }
+
+void Lines::Pause(const Cursor& line) { size_ = static_cast<size_t>(line.at - text_); }
+
+// "<blanks><head><separator>" at `line`, with room behind it for `after` more characters: the
+// buffer goes to the string first if they would not fit, and a head longer than the buffer goes
+// to the string directly.
+[[gnu::always_inline]] inline void Lines::Head(Cursor& line, size_t blanks, std::string_view head,
+                                               std::string_view separator, size_t after) {
+  const size_t need = blanks + head.size() + separator.size();
+  if (static_cast<size_t>(line.end - line.at) < need + after) [[unlikely]] {
+    out_->append(text_, static_cast<size_t>(line.at - text_));
+    line.at = text_;
+    if (need + after > kRoom) {
+      out_->append(blanks, ' ').append(head).append(separator);
+      return;
+    }
+  }
+  line.Blanks(blanks);
+  line.Put(head);
+  line.Put(separator);
 }
 
-void AppendElementLine(std::string* out, size_t blanks, size_t index,
-                       const zu::optional<UniqueId>& id, size_t width, uint64_t value) {
-  AppendLeafLine(out, blanks, IndexText(index), ": ", id, width, value);
+void Lines::Text(size_t blanks, std::string_view head, std::string_view separator) {
+  Cursor line = Resume();
+  Head(line, blanks, head, separator, 0);
+  Pause(line);
 }
 
-IndexText::IndexText(size_t index) {
-  size_ = static_cast<size_t>(std::to_chars(text_, text_ + sizeof text_, index).ptr - text_);
+// Flattened: the table lookups and the writing of a line are inlined into the loops over a run.
+[[gnu::flatten]] void Lines::Leaves(size_t blanks, const LeafLine* leaves, size_t count) {
+  check(count <= kRun, "a run of leaves longer than kRun");
+  const ExternalStorage* entries[kRun];
+  LookUp(entries, count, [&](size_t k) { return leaves[k].id; });
+  // The cursor is a local copy, so that it stays in a register rather than being reloaded after
+  // every character stored.
+  Cursor line = Resume();
+  for (size_t k = 0; k < count; ++k) {
+    const LeafLine& leaf = leaves[k];
+    Head(line, blanks, leaf.name, leaf.name.empty() ? "" : " = ", kLeafTextRoom);
+    line.LeafText(PrintedEntry(leaf.id, entries[k]), leaf.width, leaf.value);
+  }
+  Pause(line);
 }
 
-void AppendArrayEnd(std::string* out, size_t depth, size_t bits) {
-  ShortText<2 + 20 + 1> end;
-  PutSize(end, bits);
-  end.Put("\n");
-  AppendLine(out, Indentation(depth), end.view(), {}, {});
+[[gnu::flatten]] void Lines::Elements(size_t blanks, size_t first_index, const uint64_t* values,
+                                      size_t count, const zu::optional<UniqueId>& first_id,
+                                      size_t width) {
+  check(count <= kRun, "a run of elements longer than kRun");
+  const auto id_of = [&](size_t k) {
+    return first_id.has_value()
+               ? zu::optional<UniqueId>(static_cast<UniqueId>(*first_id - static_cast<UniqueId>(k)))
+               : zu::optional<UniqueId>();
+  };
+  const ExternalStorage* entries[kRun];
+  LookUp(entries, count, id_of);
+  Cursor line = Resume();
+  for (size_t k = 0; k < count; ++k) {
+    Head(line, blanks, {}, {}, kIndexRoom + kLeafTextRoom);
+    line.Decimal(first_index + k);
+    line.Put(": ");
+    line.LeafText(PrintedEntry(id_of(k), entries[k]), width, values[k]);
+  }
+  Pause(line);
 }
 
-}  // namespace zu::spec::constructs_internal
+void Lines::Index(size_t blanks, size_t index, std::string_view tail) {
+  Cursor line = Resume();
+  Head(line, blanks, {}, {}, kIndexRoom + tail.size());
+  line.Decimal(index);
+  line.Put(": ");
+  line.Put(tail);
+  Pause(line);
+}
+
+void Lines::ArrayEnd(size_t depth, size_t bits) {
+  Cursor line = Resume();
+  Head(line, Indentation(depth), {}, {}, 2 + 20 + 1);
+  line.Put("]/");
+  line.Decimal(bits);
+  line.Put("\n");
+  Pause(line);
+}
+
+}  // namespace constructs_internal
+
+void BitsIntegerBase::ToStringImpl(std::string* out) const {
+  const constructs_internal::LeafLine leaf{{}, unique_id_, SizeInBits(), ToNumber()};
+  constructs_internal::Lines(out).Leaves(0, &leaf, 1);
+}
+
+void RecordBase::ToStringOf(FieldList fields, int unique_ids, size_t indent, std::string* out) {
+  using constructs_internal::kRun;
+  // A printed leaf takes a line of some 40 characters: the top-level call (indent 0) makes room
+  // for them all, once.
+  if (indent == 0) constructs_internal::ReserveMore(*out, 40 * static_cast<size_t>(unique_ids));
+  constructs_internal::Lines lines(out);
+  lines.Text(0, "{\n");
+  const size_t blanks = constructs_internal::Indentation(indent + 1);
+  for (size_t i = 0; i < fields.size();) {
+    if (fields[i].leaf_width == 0) {
+      lines.Text(blanks, fields[i].name, " = ");
+      lines.Flush();
+      fields[i].construct->ToString(indent + 1, out);
+      ++i;
+      continue;
+    }
+    // Leaf fields one after another go as one run.
+    constructs_internal::LeafLine leaves[kRun];
+    size_t count = 0;
+    for (; i < fields.size() && fields[i].leaf_width != 0 && count < kRun; ++i) {
+      const auto* leaf = static_cast<const BitsIntegerBase*>(fields[i].construct);
+      leaves[count++] = {fields[i].name, leaf->unique_id_,
+                         static_cast<size_t>(fields[i].leaf_width), leaf->ToNumber()};
+    }
+    lines.Leaves(blanks, leaves, count);
+  }
+  lines.Text(constructs_internal::Indentation(indent), "}\n");
+}
+
+}  // namespace zu::spec

@@ -2,24 +2,6 @@
 
 namespace zu::spec {
 
-void RecordBase::ToStringOf(FieldList fields, int unique_ids, size_t indent, std::string* out) {
-  // A printed leaf takes a line of some 40 characters: the top-level call (indent 0) makes room
-  // for them all, once.
-  if (indent == 0) constructs_internal::ReserveMore(*out, 40 * static_cast<size_t>(unique_ids));
-  out->append("{\n");
-  const size_t blanks = constructs_internal::Indentation(indent + 1);
-  for (const RecordField& field : fields) {
-    if (field.leaf_width != 0) {
-      static_cast<const BitsIntegerBase*>(field.construct)
-          ->AppendFieldLine(out, blanks, field.name, static_cast<size_t>(field.leaf_width));
-    } else {
-      constructs_internal::AppendLine(out, blanks, field.name, " = ", {});
-      field.construct->ToString(indent + 1, out);
-    }
-  }
-  constructs_internal::AppendLine(out, constructs_internal::Indentation(indent), "}\n", {}, {});
-}
-
 void RecordBase::WalkOf(FieldList fields, const std::function<void(BitsIntegerBase&)>& visit) {
   for (const RecordField& field : fields) field.construct->Walk(visit);
 }

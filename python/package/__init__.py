@@ -546,7 +546,8 @@ class Node:
     def to_dict(self, names=False):
         """{path: value} of every leaf below, in bit order; `names` as for Tile.nonzero()."""
         first, last = self._branch[5:7]
-        return self._tile._core.values(self._tile._paths()[first:last + 1], False, bool(names))
+        everything = self._tile.to_dict(names)
+        return {path: everything[path] for path in self._tile._paths()[first:last + 1]}
 
     def __dir__(self):
         array, _, members, *_ = self._branch

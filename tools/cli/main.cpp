@@ -379,8 +379,8 @@ void RunLayout(const Options& options, std::string& out) {
     json leaves = json::array();
     for (const Leaf& leaf : layout.leaves()) {
       const auto [parent, name] = SplitLast(leaf.path);
-      json row{{"path", leaf.path},     {"name", name},          {"parent", parent},
-               {"offset", leaf.offset}, {"width", leaf.width},   {"reg_lo", leaf.reg_lo},
+      json row{{"path", leaf.path},           {"name", name},        {"parent", parent},
+               {"offset", leaf.offset},       {"width", leaf.width}, {"reg_lo", leaf.reg_lo},
                {"registers", Registers(leaf)}};
       if (leaf.reg_hi.has_value()) row["reg_hi"] = *leaf.reg_hi;
       if (const Enumeration* type = naming.TypeOf(leaves.size())) row["type"] = type->name();
