@@ -278,6 +278,13 @@ def home_page(facts):
     records = "".join(f'<td><a href="{records_page_name(ns)}">records of {escape(ns)}</a>'
                       f'<br><small>{len(facts.records[ns])} records</small></td>'
                       for ns in namespaces)
+    # "; mk41 and mk42 share the records of ko": generations whose tiles are one page each.
+    by_records = {}
+    for g in facts.generations:
+        if g.selectable and g.records:
+            by_records.setdefault(g.records, []).append(g.product)
+    sharing = "".join(f"; {' and '.join(products)} share the records of {escape(ns)}"
+                      for ns, products in by_records.items() if len(products) > 1)
     counts = {kind: sum(c.kind == kind for c in facts.constants)
               for kind in ("parameter", "container")}
     shared = {}
@@ -301,8 +308,8 @@ def home_page(facts):
             f'<h2 id="generations">Generations</h2><table class="plain"><thead><tr><th>version</th>'
             f'<th>product</th><th>code</th><th>records</th><th>selectable</th></tr></thead>'
             f'<tbody>{gens}</tbody></table>'
-            f'<h2 id="tiles">Tiles</h2><p>One page per tile and records namespace; mk41 and mk42 '
-            f'share the records of ko.</p><table class="plain tiles"><thead><tr><th>tile</th>'
+            f'<h2 id="tiles">Tiles</h2><p>One page per tile and records namespace{sharing}.</p>'
+            f'<table class="plain tiles"><thead><tr><th>tile</th>'
             f'{head}</tr></thead><tbody>{"".join(rows)}<tr><th>records</th>{records}</tr>'
             f'</tbody></table>'
             f'<h2 id="constants">Constants</h2><ul class="families">{"".join(families)}</ul>'

@@ -11,6 +11,7 @@
 
 #include "compiler/arch_spec/ConfigBuilder.h"
 #include "compiler/arch_spec/Constructs.h"
+#include "compiler/arch_spec/Paths.h"
 #include "compiler/arch_spec/Record.h"
 
 namespace zu::spec::testing_records {
@@ -173,6 +174,40 @@ TEST(LeafTest, PrintsShortFormWithoutStorage) {
   std::string out;
   leaf.ToString(3, &out);
   EXPECT_EQ(out, "[0x0000]/0 0xa\n");
+}
+
+// The printed form's writer: lines longer than its buffer, and more lines than it holds, come out
+// whole and in order, and the widest numbers fit.
+TEST(LinesTest, LongHeadsAndManyLinesComeOutWhole) {
+  using constructs_internal::LeafLine;
+  using constructs_internal::Lines;
+  const std::string long_name(5000, 'n');
+  std::string out;
+  {
+    Lines lines(&out);
+    lines.Text(2, "{", "\n");
+    const LeafLine leaves[] = {{long_name, {}, 64, ~uint64_t{0}}, {"b", {}, 3, 5}};
+    lines.Leaves(6000, leaves, 2);
+    for (size_t i = 0; i < 200; ++i) lines.Index(2, i, "x\n");
+    lines.ArrayEnd(1, 18446744073709551615u);
+  }
+  std::string expected = "  {\n" + std::string(6000, ' ') + long_name +
+                         " = [0x0000]/0 0xffffffffffffffff\n" + std::string(6000, ' ') +
+                         "b = [0x0000]/0 0x5\n";
+  for (size_t i = 0; i < 200; ++i) expected += "  " + std::to_string(i) + ": x\n";
+  expected += "  ]/18446744073709551615\n";
+  EXPECT_EQ(out, expected);
+}
+
+TEST(PathsTest, TheFormOfAPath) {
+  std::string path;
+  AppendStep(path, "pmu");
+  AppendStep(path, "");  // an array's own entry has no name
+  AppendStep(path, ElementName("orMask0", 3));
+  EXPECT_EQ(path, "pmu.orMask0[3]");
+  EXPECT_EQ(ElementName("m", 12, 0), "m[12][0]");
+  AppendIndex(path, 18446744073709551615u);
+  EXPECT_EQ(path, "pmu.orMask0[3][18446744073709551615]");
 }
 
 TEST(ConfigBuilderTest, WritesMostSignificantFirst) {

@@ -14,6 +14,7 @@
 #include "Sparse.h"
 #include "Tile.h"
 #include "compiler/arch_spec/gen/GenerationTable.h"
+#include "small_layout.h"
 #include "tile_cases.h"
 
 namespace archspec {
@@ -24,12 +25,6 @@ using zu::spec::ArchVersion;
 ArchVersion Version(const char* arch) {
   std::string error;
   return ArchVersion::expect_parse(arch, error);
-}
-
-std::string Errors(const SparseResult& result) {
-  std::string out;
-  for (const Diagnostic& d : result.errors) out += FormatDiagnostic("t.sparse", d) + "\n";
-  return out;
 }
 
 // The value each line of a listing writes, by path.
@@ -249,6 +244,26 @@ TEST(Names, PathTemplatesAndFieldNames) {
   EXPECT_EQ(JoinPath("a[2]", "b"), "a[2].b");
   EXPECT_EQ(JoinPath("a", "[2]"), "a[2]");
   EXPECT_EQ(JoinPath("a", size_t{12}), "a[12]");
+}
+
+// A branch spans its leaves' registers, shown as every face shows registers; a path splits into the
+// branch that holds what it names and its last step.
+TEST(Names, BranchesAndTheirRegisters) {
+  const Layout layout = SmallLayout();
+  const auto span = [&](const char* path) {
+    const Branch* branch = layout.FindBranch(path);
+    return branch == nullptr ? std::string("none") : RegisterSpan(branch->reg_lo, branch->reg_hi);
+  };
+  EXPECT_EQ(span(""), "0-7");
+  EXPECT_EQ(span("mask"), "2-4");
+  EXPECT_EQ(span("lanes[0]"), "1");
+  EXPECT_EQ(span("base"), "none");
+  EXPECT_EQ(Registers(layout.leaves()[5]), "5-6");
+  EXPECT_EQ(SplitLast("lanes[0][1].sel"),
+            std::make_pair(std::string_view("lanes[0][1]"), std::string_view("sel")));
+  EXPECT_EQ(SplitLast("mask[2]"),
+            std::make_pair(std::string_view("mask"), std::string_view("[2]")));
+  EXPECT_EQ(SplitLast("tail"), std::make_pair(std::string_view(""), std::string_view("tail")));
 }
 
 // The steps of every leaf's path, as the library wrote it, join back to the same path.
