@@ -50,6 +50,7 @@ struct Cursor {
 
   void Put(std::string_view piece) {
     check(piece.size() <= static_cast<size_t>(end - at), "printed line longer than its buffer");
+    if (piece.empty()) return;  // an empty view may hold no address, which memcpy may not take
     std::memcpy(at, piece.data(), piece.size());
     at += piece.size();
   }
