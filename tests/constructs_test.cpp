@@ -186,7 +186,9 @@ TEST(LinesTest, LongHeadsAndManyLinesComeOutWhole) {
   {
     Lines lines(&out);
     lines.Text(2, "{", "\n");
-    const LeafLine leaves[] = {{long_name, {}, 64, ~uint64_t{0}}, {"b", {}, 3, 5}};
+    const zu::optional<UniqueId> no_id;
+    const LeafLine leaves[] = {{long_name.data(), long_name.size(), &no_id, 64, ~uint64_t{0}},
+                               {"b", 1, &no_id, 3, 5}};
     lines.Leaves(6000, leaves, 2);
     for (size_t i = 0; i < 200; ++i) lines.Index(2, i, "x\n");
     lines.ArrayEnd(1, 18446744073709551615u);

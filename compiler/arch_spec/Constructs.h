@@ -226,10 +226,13 @@ inline constexpr size_t kRun = 64;
 // The length of the run that starts at element `done` of `n`.
 constexpr size_t RunAt(size_t done, size_t n) { return n - done < kRun ? n - done : kRun; }
 
-// A leaf to print: its name in a record (empty for a leaf printed alone), id, width and value.
+// A leaf to print: its name in a record (null for a leaf printed alone) and the name's length, id,
+// width and value.
+// Plain members without initializers, so that a run's array of them costs nothing until filled.
 struct LeafLine {
-  std::string_view name;
-  zu::optional<UniqueId> id;
+  const char* name;
+  size_t name_size;
+  const zu::optional<UniqueId>* id;
   size_t width;
   uint64_t value;
 };

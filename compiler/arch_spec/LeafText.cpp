@@ -41,21 +41,19 @@ const ExternalStorage* PrintedEntry(const zu::optional<UniqueId>& id,
 
 }  // namespace
 
-// Where a line is being written: characters go in at `at`, never at or past `end`. std::to_chars
-// is handed the end; a piece that would not fit is a failure of the sizes above rather than a write
-// past it.
+// Where a line is being written: characters go in at `at`, never past `end`. Whoever starts a line
+// makes sure of the room for all of it first (Lines::Head, with the sizes above), so the pieces
+// behind it go in without a check each; std::to_chars is handed the end all the same.
 struct Cursor {
   char* at;
   char* end;
 
   void Put(std::string_view piece) {
-    check(piece.size() <= static_cast<size_t>(end - at), "printed line longer than its buffer");
     if (piece.empty()) return;  // an empty view may hold no address, which memcpy may not take
     std::memcpy(at, piece.data(), piece.size());
     at += piece.size();
   }
   void Blanks(size_t count) {
-    check(count <= static_cast<size_t>(end - at), "printed line longer than its buffer");
     static constexpr char kBlanks[] = "                ";
     if (count < sizeof kBlanks && end - at >= static_cast<ptrdiff_t>(sizeof kBlanks)) {
       // The usual indentation: a block of known size, which the compiler writes inline; what
@@ -66,9 +64,20 @@ struct Cursor {
     }
     at += count;
   }
-  void Decimal(uint64_t value) { Number(std::to_chars(at, end, value)); }
+  // Indexes, widths and registers are mostly below 100: those digits are written directly.
+  void Decimal(uint64_t value) {
+    if (value < 10) {
+      *at++ = static_cast<char>('0' + value);
+    } else if (value < 100) {
+      at[0] = static_cast<char>('0' + value / 10);
+      at[1] = static_cast<char>('0' + value % 10);
+      at += 2;
+    } else {
+      Number(std::to_chars(at, end, value));
+    }
+  }
   void Hex(uint64_t value) {
-    if (value < 16 && at < end) {  // the values of narrow leaves
+    if (value < 16) {  // the values of narrow leaves
       *at++ = "0123456789abcdef"[value];
       return;
     }
@@ -76,7 +85,6 @@ struct Cursor {
   }
   // Four hexadecimal digits, leading zeros included.
   void Hex4(uint16_t value) {
-    check(end - at >= 4, "printed line longer than its buffer");
     for (int k = 3; k >= 0; --k, value = static_cast<uint16_t>(value >> 4)) {
       at[k] = "0123456789abcdef"[value & 15];
     }
@@ -127,6 +135,7 @@ void Lines::Pause(const Cursor& line) { size_ = static_cast<size_t>(line.at - te
                                                std::string_view separator, size_t after) {
   const size_t need = blanks + head.size() + separator.size();
   if (static_cast<size_t>(line.end - line.at) < need + after) [[unlikely]] {
+    check(after <= kRoom, "printed line longer than its buffer");
     out_->append(text_, static_cast<size_t>(line.at - text_));
     line.at = text_;
     if (need + after > kRoom) {
@@ -149,14 +158,18 @@ void Lines::Text(size_t blanks, std::string_view head, std::string_view separato
 [[gnu::flatten]] void Lines::Leaves(size_t blanks, const LeafLine* leaves, size_t count) {
   check(count <= kRun, "a run of leaves longer than kRun");
   const ExternalStorage* entries[kRun];
-  LookUp(entries, count, [&](size_t k) { return leaves[k].id; });
+  LookUp(entries, count, [&](size_t k) { return *leaves[k].id; });
   // The cursor is a local copy, so that it stays in a register rather than being reloaded after
   // every character stored.
   Cursor line = Resume();
   for (size_t k = 0; k < count; ++k) {
     const LeafLine& leaf = leaves[k];
-    Head(line, blanks, leaf.name, leaf.name.empty() ? "" : " = ", kLeafTextRoom);
-    line.LeafText(PrintedEntry(leaf.id, entries[k]), leaf.width, leaf.value);
+    if (leaf.name == nullptr) {
+      Head(line, blanks, {}, {}, kLeafTextRoom);
+    } else {
+      Head(line, blanks, {leaf.name, leaf.name_size}, " = ", kLeafTextRoom);
+    }
+    line.LeafText(PrintedEntry(*leaf.id, entries[k]), leaf.width, leaf.value);
   }
   Pause(line);
 }
@@ -203,7 +216,7 @@ void Lines::ArrayEnd(size_t depth, size_t bits) {
 }  // namespace constructs_internal
 
 void BitsIntegerBase::ToStringImpl(std::string* out) const {
-  const constructs_internal::LeafLine leaf{{}, unique_id_, SizeInBits(), ToNumber()};
+  const constructs_internal::LeafLine leaf{nullptr, 0, &unique_id_, SizeInBits(), ToNumber()};
   constructs_internal::Lines(out).Leaves(0, &leaf, 1);
 }
 
@@ -228,7 +241,7 @@ void RecordBase::ToStringOf(FieldList fields, int unique_ids, size_t indent, std
     size_t count = 0;
     for (; i < fields.size() && fields[i].leaf_width != 0 && count < kRun; ++i) {
       const auto* leaf = static_cast<const BitsIntegerBase*>(fields[i].construct);
-      leaves[count++] = {fields[i].name, leaf->unique_id_,
+      leaves[count++] = {fields[i].name.data(), fields[i].name.size(), &leaf->unique_id_,
                          static_cast<size_t>(fields[i].leaf_width), leaf->ToNumber()};
     }
     lines.Leaves(blanks, leaves, count);

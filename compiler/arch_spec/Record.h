@@ -30,6 +30,7 @@
 #include <iterator>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "compiler/arch_spec/Constructs.h"
@@ -40,7 +41,7 @@ namespace zu::spec {
 // its width if it is a leaf (0 otherwise), so that a leaf field is printed and collected without
 // the virtual calls of the general operations. The reading operations only read through it.
 struct RecordField {
-  const char* name;
+  std::string_view name;  // of a literal: its length is known where the list is made
   BaseConstruct* construct;
   int leaf_width = 0;
 };
@@ -108,7 +109,7 @@ template <class R>
 [[gnu::noinline]] std::array<RecordField, R::kFieldCount> FieldsOf(R& record) {
   std::array<RecordField, R::kFieldCount> fields;
   size_t i = 0;
-  R::Fields(record, [&](const char* name, auto& field) {
+  R::Fields(record, [&](std::string_view name, auto& field) {
     fields[i++] = {name, &field, constructs_internal::kLeafWidth<std::decay_t<decltype(field)>>};
   });
   return fields;
