@@ -110,7 +110,10 @@ class BaseConstruct {
   static std::unordered_map<UniqueId, ExternalStorage> external_storage_;
 
   // The entry of `id`, or null if the table has none. Nothing is inserted.
-  static ExternalStorage* FindEntry(UniqueId id);
+  static ExternalStorage* FindEntry(UniqueId id) {
+    const auto found = external_storage_.find(id);
+    return found == external_storage_.end() ? nullptr : &found->second;
+  }
   // The entry of `id`, which must exist: a lookup that finds none leaves an empty entry and fails
   // with "External storage not initialized".
   static ExternalStorage& StoredEntryOf(UniqueId id, const zu::SourceLocation& location);

@@ -78,11 +78,6 @@ void AssignPath(std::string& path, const ExternalStorage& entry) {
 
 }  // namespace constructs_internal
 
-ExternalStorage* BaseConstruct::FindEntry(UniqueId id) {
-  const auto found = external_storage_.find(id);
-  return found == external_storage_.end() ? nullptr : &found->second;
-}
-
 ExternalStorage& BaseConstruct::StoredEntryOf(UniqueId id, const zu::SourceLocation& location) {
   if (ExternalStorage* entry = FindEntry(id)) return *entry;
   // No entry: the lookup leaves an empty one behind, as a lookup of the table does, and fails.

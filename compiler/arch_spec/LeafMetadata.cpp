@@ -9,9 +9,8 @@ namespace {
 // The entry of `id`, which must exist: the table's own lookup, and its failure
 // ("External storage not initialized") where there is none.
 const ExternalStorage& EntryOf(UniqueId id, const zu::SourceLocation& location) {
-  auto& table = BaseConstruct::external_storage_;
-  if (const auto found = table.find(id); found != table.end()) [[likely]]
-    return found->second;
+  if (const ExternalStorage* entry = BaseConstruct::FindEntry(id)) [[likely]]
+    return *entry;
   return BaseConstruct::StoredEntryOf(id, location);
 }
 
@@ -93,14 +92,14 @@ struct PatchRule {
   PatchMetadata* patch = out.data() + start;
   for (size_t k = 0; k < count; ++k) {
     const auto id = static_cast<UniqueId>(first_id + static_cast<UniqueId>(k));
-    const auto found = external_storage_.find(id);
-    if (found == external_storage_.end()) [[unlikely]] {
+    const ExternalStorage* entry = FindEntry(id);
+    if (entry == nullptr) [[unlikely]] {
       // What came before the leaf without an entry stays; its failure ends the operation.
       out.resize(static_cast<size_t>(patch - out.data()));
       StoredEntryOf(id, location);
       return;
     }
-    patch = rule.Put(patch, found->second, width, values[k]);
+    patch = rule.Put(patch, *entry, width, values[k]);
   }
 }
 

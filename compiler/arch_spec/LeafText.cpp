@@ -18,15 +18,15 @@ constexpr size_t kLeafTextRoom = 3 + 4 + 1 + 10 + 1 + 10 + 2 + 20 + 3 + 16 + 1;
 // The longest index and its ": ".
 constexpr size_t kIndexRoom = 20 + 2;
 
-// The entries of `count` (at most kRun) leaves, in a loop of their own: the lookups do not wait
-// for each other, so the processor runs them side by side. An id without an entry gives null.
+// The entries of `count` (at most kRun) leaves, `id_of(k)` giving the k-th one's id (a
+// zu::optional<UniqueId>), in a loop of their own, ahead of the writing of their lines: the
+// lookups do not wait for each other or for the lines, so the processor runs them side by side.
+// An id without an entry, or no id, gives null; nothing is inserted.
 template <class IdOf>
 void LookUp(const ExternalStorage** entries, size_t count, IdOf id_of) {
-  const auto& table = BaseConstruct::external_storage_;
   for (size_t k = 0; k < count; ++k) {
     const zu::optional<UniqueId> id = id_of(k);
-    const auto found = id.has_value() ? table.find(*id) : table.end();
-    entries[k] = found == table.end() ? nullptr : &found->second;
+    entries[k] = id.has_value() ? BaseConstruct::FindEntry(*id) : nullptr;
   }
 }
 
