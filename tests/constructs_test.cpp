@@ -201,6 +201,44 @@ TEST(LinesTest, LongHeadsAndManyLinesComeOutWhole) {
   EXPECT_EQ(out, expected);
 }
 
+// The longest lines a leaf can take, many times over: each line's room is made sure of before it
+// is written, so every line crosses the buffer's end whole (a write past the buffer is what the
+// sanitizers would catch here).
+TEST(LinesTest, TheWidestLinesCrossTheBufferWhole) {
+  using constructs_internal::kRun;
+  using constructs_internal::LeafLine;
+  using constructs_internal::Lines;
+  auto& table = BaseConstruct::external_storage_;
+  constexpr UniqueId kLast = 32000;  // far above the ids the other tests give out
+  const auto first = static_cast<UniqueId>(kLast - static_cast<UniqueId>(kRun - 1));
+  for (UniqueId id = first; id <= kLast; ++id) {
+    table[id] = {"w", {}, 0xffff, true, 4294967295u, zu::optional<uint32_t>(4294967295u)};
+  }
+  const std::string place = "[0xffff:4294967295-4294967295]/64 0xffffffffffffffff\n";
+  std::vector<uint64_t> values(kRun, ~uint64_t{0});
+  const size_t first_index = 18446744073709551615u - kRun;
+  const zu::optional<UniqueId> last_id(kLast);
+  const std::string name(40, 'n');
+  std::string out;
+  {
+    Lines lines(&out);
+    for (int round = 0; round < 100; ++round) {
+      lines.Elements(14, first_index, values.data(), kRun, last_id, 64);
+      const LeafLine leaf{name.data(), name.size(), &last_id, 64, ~uint64_t{0}};
+      lines.Leaves(30, &leaf, 1);
+    }
+  }
+  std::string round;
+  for (size_t k = 0; k < kRun; ++k) {
+    round += std::string(14, ' ') + std::to_string(first_index + k) + ": " + place;
+  }
+  round += std::string(30, ' ') + name + " = " + place;
+  std::string expected;
+  for (int k = 0; k < 100; ++k) expected += round;
+  EXPECT_EQ(out, expected);
+  for (UniqueId id = first; id <= kLast; ++id) table.erase(id);
+}
+
 TEST(PathsTest, TheFormOfAPath) {
   std::string path;
   AppendStep(path, "pmu");
