@@ -115,14 +115,18 @@ class Recipes(unittest.TestCase):
         self.assertIn(f"found {tile_ids + 4} unique ids, expected {tile_ids} as declared",
                       complained)
 
-    def test_add_a_generation_that_answers_as_another(self):
-        self.edit(genlib.GENERATIONS_TABLE, "2.1.0      mk42     uko   ko       ko       yes\n",
-                  "2.1.0      mk42     uko   ko       ko       yes\n"
-                  "2.2.0      mk45     uko2  ko       ko       yes\n")
-        self.edit("constants/params.tbl", "\nuko  rows=3", "\nuko2  rows=0\n\nuko  rows=3")
+    def add_generation(self, after, row, name):
+        """Adds the generation `row` to the table behind the row `after`, with an empty block of
+        parameters and a constants class of its own, `name` being its code name."""
+        self.edit(genlib.GENERATIONS_TABLE, after, after + row)
+        self.edit("constants/params.tbl", "\nuko  rows=3", f"\n{name}  rows=0\n\nuko  rows=3")
         self.edit("constants/params.tbl", "class       UkoConstants",
-                  "class       Uko2Constants  overrides=0  parameters=0  enumerants=0\n"
-                  "class       UkoConstants")
+                  f"class       {name[:1].upper()}{name[1:]}Constants  overrides=0  parameters=0"
+                  "  enumerants=0\nclass       UkoConstants")
+
+    def test_add_a_generation_that_answers_as_another(self):
+        self.add_generation("2.1.0      mk42     uko   ko       ko       yes\n",
+                            "2.2.0      mk45     uko2  ko       ko       yes\n", "uko2")
         for module in (gen_generations, gen_records, gen_constants):
             self.assertEqual(self.run_generator(module), (0, ""), module.__name__)
         self.assertIn("class Uko2Constants : public KoConstants {",
@@ -131,7 +135,6 @@ class Recipes(unittest.TestCase):
                       self.generated("GenerationTable.cpp"))
         self.assertIn("static constexpr int kMinors[] = {0, 1, 2};", self.generated("KoConfig.h"))
         self.assertIn("static const ArchVersion v2_2_0;", self.generated("ArchVersionNames.inc"))
-
 
     def namespace_part(self, ns):
         """The records of one namespace in its generated header, its generation's name made
@@ -168,13 +171,8 @@ class Recipes(unittest.TestCase):
 
     def test_add_a_generation_with_records_of_its_own(self):
         # A new major that answers as ry, and whose records namespace starts as a copy of ry's.
-        self.edit(genlib.GENERATIONS_TABLE, "6.0.0      -        oz    -        -        no\n",
-                  "6.0.0      -        oz    -        -        no\n"
-                  "7.0.0      mk45     ry2   ry2      ry       yes\n")
-        self.edit("constants/params.tbl", "\nuko  rows=3", "\nry2  rows=0\n\nuko  rows=3")
-        self.edit("constants/params.tbl", "class       UkoConstants",
-                  "class       Ry2Constants  overrides=0  parameters=0  enumerants=0\n"
-                  "class       UkoConstants")
+        self.add_generation("6.0.0      -        oz    -        -        no\n",
+                            "7.0.0      mk45     ry2   ry2      ry       yes\n", "ry2")
         self.edit("records/tiles.rec", "\ntile pcu", "\nnamespace ry2 like ry\n\ntile pcu")
         generators = (gen_generations, gen_records, gen_constants, gen_field_types)
         for module in generators:
