@@ -18,6 +18,8 @@ constexpr size_t kLeafTextRoom = 3 + 4 + 1 + 10 + 1 + 10 + 2 + 20 + 3 + 16 + 1;
 // The longest index and its ": ".
 constexpr size_t kIndexRoom = 20 + 2;
 
+constexpr char kHexDigits[] = "0123456789abcdef";
+
 // The entries of `count` (at most kRun) leaves, `id_of(k)` giving the k-th one's id (a
 // zu::optional<UniqueId>), in a loop of their own, ahead of the writing of their lines: the
 // lookups do not wait for each other or for the lines, so the processor runs them side by side.
@@ -78,16 +80,17 @@ struct Cursor {
   }
   void Hex(uint64_t value) {
     if (value < 16) {  // the values of narrow leaves
-      *at++ = "0123456789abcdef"[value];
+      *at++ = kHexDigits[value];
       return;
     }
     Number(std::to_chars(at, end, value, 16));
   }
   // Four hexadecimal digits, leading zeros included.
   void Hex4(uint16_t value) {
-    for (int k = 3; k >= 0; --k, value = static_cast<uint16_t>(value >> 4)) {
-      at[k] = "0123456789abcdef"[value & 15];
-    }
+    at[0] = kHexDigits[value >> 12];
+    at[1] = kHexDigits[(value >> 8) & 15];
+    at[2] = kHexDigits[(value >> 4) & 15];
+    at[3] = kHexDigits[value & 15];
     at += 4;
   }
   void Number(std::to_chars_result written) {
