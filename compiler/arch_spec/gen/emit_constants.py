@@ -141,7 +141,7 @@ def emit_interfaces(accessors, enum_types, features, structs, constraints):
 
 
 def base_prefix(g):
-    return "Arch" if g.answers == "own" else g.answers[:1].upper() + g.answers[1:]
+    return "Arch" if g.answers == "own" else genlib.class_prefix(g.answers)
 
 
 def emit_generations_header(generations, accessors, features, constraints):

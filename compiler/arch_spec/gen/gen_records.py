@@ -13,20 +13,17 @@ import sys
 
 import genlib
 import record_tables
+from genlib import class_prefix
 
 GENERATOR = "gen_records.py"
 SOURCES = "compiler/arch_spec/gen/tables/records/*.rec"
-
-
-def prefix(ns):
-    return ns[:1].upper() + ns[1:]
 
 
 def generation_struct(ns, major, minors, generations):
     rows = [g for g in generations.rows if g.records == ns]
     source = f"{genlib.GENERATIONS_TABLE}:{','.join(str(g.line) for g in rows)}"
     return [f"// The chip versions that the records of namespace {ns} describe ({source}).",
-            f"struct {prefix(ns)}Generation {{",
+            f"struct {class_prefix(ns)}Generation {{",
             f"  static constexpr int kMajor = {major};",
             f"  static constexpr int kMinors[] = {{{', '.join(str(m) for m in minors)}}};",
             "};"]
@@ -55,7 +52,7 @@ def visit_line(name):
 
 
 def emit_record(rec):
-    base = f"Record<{rec.name}, {prefix(rec.ns)}Generation>"
+    base = f"Record<{rec.name}, {class_prefix(rec.ns)}Generation>"
     out = [f"// {rec.source}: {rec.bits} bits in {len(rec.fields)} fields, {rec.ids} unique ids"]
     out += class_heading(rec, base)
     out += [" public:",
@@ -81,7 +78,7 @@ def emit_header(ns, major, minors, records, generations):
     out += [f"}}  // namespace zu::spec::{ns}", "",
             "// The records' operations are instantiated once, in the library.",
             "namespace zu::spec {", ""]
-    out += [f"extern template class Record<{ns}::{rec.name}, {prefix(ns)}Generation>;"
+    out += [f"extern template class Record<{ns}::{rec.name}, {class_prefix(ns)}Generation>;"
             for rec in records]
     out += ["", "}  // namespace zu::spec"]
     return "\n".join(out) + "\n"
@@ -90,9 +87,10 @@ def emit_header(ns, major, minors, records, generations):
 def emit_source(ns, records):
     out = genlib.banner(GENERATOR, SOURCES)
     out += ["// The operations of every record of this namespace, instantiated once, here.",
-            f'#include "compiler/arch_spec/gen/{prefix(ns)}Config.h"', "",
+            f'#include "compiler/arch_spec/gen/{class_prefix(ns)}Config.h"', "",
             "namespace zu::spec {", ""]
-    out += [f"template class Record<{ns}::{rec.name}, {prefix(ns)}Generation>;  // {rec.source}"
+    generation = f"{class_prefix(ns)}Generation"
+    out += [f"template class Record<{ns}::{rec.name}, {generation}>;  // {rec.source}"
             for rec in records]
     out += ["", "}  // namespace zu::spec"]
     return "\n".join(out) + "\n"
@@ -102,7 +100,7 @@ def emit_catalog(per_ns, tiles):
     out = genlib.banner(GENERATOR, SOURCES)
     out += ["// Every record class of every namespace, and the tiles, for the tooling layer.",
             '#include "RecordCatalog.h"', ""]
-    out += [f'#include "compiler/arch_spec/gen/{prefix(ns)}Config.h"' for ns in per_ns]
+    out += [f'#include "compiler/arch_spec/gen/{class_prefix(ns)}Config.h"' for ns in per_ns]
     out += ["", "namespace archspec {", "namespace {", "",
             "template <class R>",
             "std::unique_ptr<zu::spec::BaseConstruct> Make() {",
@@ -132,8 +130,9 @@ def generate(tables, errors):
         return {}, None
     files = {}
     for ns, (major, minors) in namespaces.items():
-        files[f"{prefix(ns)}Config.h"] = emit_header(ns, major, minors, per_ns[ns], generations)
-        files[f"{prefix(ns)}Config.cpp"] = emit_source(ns, per_ns[ns])
+        config = f"{class_prefix(ns)}Config"
+        files[f"{config}.h"] = emit_header(ns, major, minors, per_ns[ns], generations)
+        files[f"{config}.cpp"] = emit_source(ns, per_ns[ns])
     files["RecordCatalog.cpp"] = emit_catalog(per_ns, tiles)
     return files, None
 

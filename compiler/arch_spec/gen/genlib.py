@@ -131,6 +131,12 @@ def write_outputs(out, files):
 # The list of generations ------------------------------------------------------------------------
 
 
+def class_prefix(name):
+    """The prefix of the classes named after a generation's code or records namespace: Ry for ry
+    (RyConstants, RyGeneration, RyConfig.h), Ry2 for ry2."""
+    return name[:1].upper() + name[1:]
+
+
 @dataclasses.dataclass(frozen=True)
 class Generation:
     version: tuple  # (major, minor, patch)
@@ -144,7 +150,7 @@ class Generation:
     @property
     def prefix(self):
         """The prefix of its classes: Ry for RyConstants, RyFeatures, RyConstraints."""
-        return self.code[:1].upper() + self.code[1:]
+        return class_prefix(self.code)
 
     @property
     def version_name(self):

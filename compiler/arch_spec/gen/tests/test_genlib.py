@@ -121,7 +121,7 @@ class Recipes(unittest.TestCase):
         self.edit(genlib.GENERATIONS_TABLE, after, after + row)
         self.edit("constants/params.tbl", "\nuko  rows=3", f"\n{name}  rows=0\n\nuko  rows=3")
         self.edit("constants/params.tbl", "class       UkoConstants",
-                  f"class       {name[:1].upper()}{name[1:]}Constants  overrides=0  parameters=0"
+                  f"class       {genlib.class_prefix(name)}Constants  overrides=0  parameters=0"
                   "  enumerants=0\nclass       UkoConstants")
 
     def test_add_a_generation_that_answers_as_another(self):
