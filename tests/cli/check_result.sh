@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # The check that expect.sh and expect_shell.sh share, sourced by both: the exit status, and if a
 # pattern is given, that the output (standard output and error together) matches the extended
 # regular expression. On failure it prints what was run and what came out, and exits 1.

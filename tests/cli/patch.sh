@@ -38,12 +38,12 @@ tool patch "$data/before.bits" - < "$data/fix.sparse" | cmp - "$work/fixed.bits"
 
 # A refused patch writes nothing: the output keeps its content, and no file is left beside it.
 cp "$data/after.bits" "$work/kept.bits"
-before=$(ls "$work" | wc -l)
+before=$(find "$work" -mindepth 1 -maxdepth 1 | wc -l)
 if tool patch "$data/before.bits" "$data/bad.sparse" -o "$work/kept.bits" 2> "$work/errors"; then
   echo "a bad change was applied"
   exit 1
 fi
 grep -q 'bad.sparse:5: error: unknown path' "$work/errors"
 cmp "$data/after.bits" "$work/kept.bits"
-[ "$(ls "$work" | wc -l)" = "$((before + 1))" ]
+[ "$(find "$work" -mindepth 1 -maxdepth 1 | wc -l)" = "$((before + 1))" ]
 echo "patch workflow: ok"
