@@ -24,7 +24,7 @@ class Buffer {
  public:
   void write(std::string_view text) { text_.append(text); }
   void write(char c) { text_.push_back(c); }
-  void write_indent() { text_.append(2 * indent_, ' '); }
+  void write_indent() { text_.append(2 * static_cast<size_t>(indent_), ' '); }
   void indent(int delta) { indent_ += delta; }
   const std::string& to_string() const& { return text_; }
   std::string to_string() && { return std::move(text_); }

@@ -52,8 +52,8 @@ class SoftwareComponent {
 // A format string, kept apart from the text arguments of check_fail.
 struct FmtString {
   constexpr FmtString() = default;
-  constexpr FmtString(const char* text) : text(text) {}       // NOLINT: implicit by design
-  constexpr FmtString(std::string_view text) : text(text) {}  // NOLINT: implicit by design
+  constexpr FmtString(const char* format) : text(format) {}       // NOLINT: implicit by design
+  constexpr FmtString(std::string_view format) : text(format) {}  // NOLINT: implicit by design
   std::string_view text;
 };
 

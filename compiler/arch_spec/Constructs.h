@@ -349,7 +349,10 @@ class BitsInteger final : public BitsIntegerBase {
   BitsInteger(const BitsInteger&) = default;
   BitsInteger& operator=(const BitsInteger&) = default;
 
-  void Parse(const std::string& bits, size_t* pos) override { value_ = ParseImpl(bits, pos); }
+  // ParseImpl reads exactly N bits; the mask tells the compiler that they fit the storage.
+  void Parse(const std::string& bits, size_t* pos) override {
+    value_ = ParseImpl(bits, pos) & kMask;
+  }
   void Build(ConfigBuilder& builder) const override {
     builder.ensure_room(N);
     builder.put(value_, N);

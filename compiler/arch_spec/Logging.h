@@ -34,8 +34,8 @@ void error(std::string_view message, zu::SourceLocation location = zu::SourceLoc
 // The text of a failure and the place it is reported at: a format whose `{}` placeholders take the
 // arguments in order, and, by default, the location of the call that fails.
 struct Failure {
-  Failure(const char* format, zu::SourceLocation location = zu::SourceLocation::current())
-      : format(format), location(location) {}
+  Failure(const char* text, zu::SourceLocation where = zu::SourceLocation::current())
+      : format(text), location(where) {}
   zu::FmtString format;
   zu::SourceLocation location;
 };
