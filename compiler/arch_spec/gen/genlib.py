@@ -13,6 +13,11 @@ It reads the tables it needs under --tables, checks them, and writes its files u
 A run reports all the faults it finds, on standard error, then exits 1 and writes nothing. A file is
 rewritten only when its content changes, and atomically, so that builds stay incremental and never
 see half a file.
+
+A declared total that disagrees with the rows is a TotalError. Every total is computed from the rows
+alone, never from another declared total, so that one run names every wrong total of every level (a
+record's and those of the records that hold it). `--fix`, a maintainer's option that the build never
+uses, rewrites those totals in place to the computed numbers and changes nothing else.
 """
 
 import argparse
@@ -36,6 +41,17 @@ class TableError(Exception):
         super().__init__(f"{self.path}:{line}: error: {message}")
 
 
+class TotalError(TableError):
+    """A declared total that disagrees with what the rows add up to. It names the word of its line
+    that declares the total (counted from 0, blanks between words) and the part of that word's
+    numbers (NS=BITS/FIELDS/IDS has parts 0, 1 and 2; a part one past the last is a total the
+    word leaves out), so that --fix can write the computed number there."""
+
+    def __init__(self, path, line, message, word, part, computed):
+        super().__init__(path, line, message)
+        self.word, self.part, self.computed = word, part, computed
+
+
 class Errors:
     """The faults of one run, collected so that all of them are reported together."""
 
@@ -54,9 +70,13 @@ class Errors:
             self.add(e)
 
     def since(self, mark):
-        """Whether faults were found after `mark`, a len() of this collection: checks of totals
-        are skipped then, as they would only repeat those faults."""
-        return len(self.found) > mark
+        """Whether faults other than wrong totals were found after `mark`, a len() of this
+        collection: checks of totals are skipped then, as they would only repeat those faults."""
+        return any(not isinstance(e, TotalError) for e in self.found[mark:])
+
+    def faults(self):
+        """The faults that are no wrong total: with none of them, every total has been checked."""
+        return [e for e in self.found if not isinstance(e, TotalError)]
 
     def __len__(self):
         return len(self.found)
@@ -75,19 +95,24 @@ class Line:
     comment: str  # what follows the '#', stripped; empty if none
 
 
+def split_comment(raw):
+    """(text, where its comment starts or None): a '#' outside double quotes starts a comment."""
+    quoted = False
+    for i, char in enumerate(raw):
+        if char == '"':
+            quoted = not quoted
+        elif char == "#" and not quoted:
+            return raw[:i], i
+    return raw, None
+
+
 def table_lines(path):
-    """The lines of a table that hold more than a comment. A '#' outside double quotes starts a
-    comment."""
+    """The lines of a table that hold more than a comment."""
     with open(path, encoding="utf-8") as f:
         raw_lines = f.read().splitlines()
     for number, raw in enumerate(raw_lines, start=1):
-        text, comment, quoted = raw, "", False
-        for i, char in enumerate(raw):
-            if char == '"':
-                quoted = not quoted
-            elif char == "#" and not quoted:
-                text, comment = raw[:i], raw[i + 1:].strip()
-                break
+        text, start = split_comment(raw)
+        comment = "" if start is None else raw[start + 1:].strip()
         if text.strip():
             yield Line(number, text.rstrip(), comment)
 
@@ -126,6 +151,55 @@ def write_outputs(out, files):
     """Writes {file name: text} under <out>/compiler/arch_spec/gen."""
     for name, text in files.items():
         write_if_changed(os.path.join(out, OUT_SUBDIR, name), text)
+
+
+# Rewriting declared totals (--fix) -------------------------------------------------------------
+
+
+def rewrite_word(raw, index, parts):
+    """The line `raw` with the numbers of its word `index` replaced: `parts` maps a part (the
+    numbers after a `KEY=`, or the whole word, split at '/') to its new number; a part one past the
+    last is appended. The words after it keep their columns where the blanks allow, and at least
+    one blank stands between two words."""
+    text, comment = split_comment(raw)
+    spans = [m.span() for m in re.finditer(r"\S+", text)]
+    start, end = spans[index]
+    head, sep, numbers = raw[start:end].rpartition("=")
+    values = numbers.split("/")
+    for part, number in sorted(parts.items()):
+        if part == len(values):
+            values.append(str(number))
+        else:
+            values[part] = str(number)
+    new = head + sep + "/".join(values)
+    anchor = spans[index + 1][0] if index + 1 < len(spans) else comment
+    if anchor is None:
+        return raw[:start] + new + raw[end:]
+    blanks = max(1, anchor - end - (len(new) - (end - start)))
+    return raw[:start] + new + " " * blanks + raw[anchor:]
+
+
+def fix_totals(errors):
+    """Writes the computed number of every TotalError into its table; returns what changed, one
+    `table:line: old -> new` a line."""
+    words = {}  # path -> line -> word -> {part: computed}
+    for e in errors:
+        if isinstance(e, TotalError):
+            words.setdefault(e.path, {}).setdefault(e.line, {}).setdefault(e.word, {})[
+                e.part] = e.computed
+    changes = []
+    for path, lines in sorted(words.items()):
+        with open(path, encoding="utf-8") as f:
+            raw_lines = f.read().split("\n")
+        for line, by_word in sorted(lines.items()):
+            old = raw_lines[line - 1]
+            new = old
+            for word, parts in sorted(by_word.items(), reverse=True):  # the last word first
+                new = rewrite_word(new, word, parts)
+            raw_lines[line - 1] = new
+            changes.append(f"{path}:{line}: {old.strip()}\n  -> {new.strip()}")
+        write_if_changed(path, "\n".join(raw_lines))
+    return changes
 
 
 # The list of generations ------------------------------------------------------------------------
@@ -265,22 +339,34 @@ def _generation_row(path, line, earlier):
 def main(doc, generate, argv=None):
     """The one command line of the generators: --tables and --out. `generate(tables, errors)`
     returns {file name: text} and a summary line (or None); nothing is written if any fault was
-    found."""
+    found. With --fix it writes no output but rewrites the wrong declared totals in the tables."""
     parser = argparse.ArgumentParser(description=doc.strip().splitlines()[0])
     parser.add_argument("--tables", required=True, help="the tables directory")
-    parser.add_argument("--out", required=True, help="root of the generated tree")
+    parser.add_argument("--out", help="root of the generated tree")
     parser.add_argument("--outputs", action="store_true",
                         help="only print the paths of the files it would write, one a line")
+    parser.add_argument("--fix", action="store_true",
+                        help="rewrite the declared totals that disagree with the rows to the "
+                        "numbers the rows give, in place, and write nothing else (for maintainers;"
+                        " the build never uses it)")
     args = parser.parse_args(argv)
+    if args.out is None and not args.fix:
+        parser.error("the following arguments are required: --out")
     errors = Errors()
     try:
         files, summary = generate(args.tables, errors)
     except TableError as e:
         errors.add(e)
+    if args.fix:
+        for change in fix_totals(errors):
+            print(change)
+        errors = errors.faults()
     if errors:
         for e in errors:
             print(e, file=sys.stderr)
         return 1
+    if args.fix:
+        return 0
     if args.outputs:
         for name in files:
             print(os.path.join(args.out, OUT_SUBDIR, name).replace(os.sep, "/"))

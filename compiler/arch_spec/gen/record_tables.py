@@ -18,7 +18,9 @@ differs is declared for it in its block (a cell per row, a total in the heading)
 
 A record heading names the record and declares, per records namespace that has it, the total
 bits, the number of direct fields and, for top-level records, the number of unique ids that
-numbering the whole record hands out (NS=BITS/FIELDS[/IDS]). Each row names one field, in record
+numbering the whole record hands out (NS=BITS/FIELDS[/IDS]). These are the numbers the hardware
+description states for each record, kept as cross-checks of the rows; the generator computes every
+one of them from the rows and names each that disagrees (TotalError, which --fix rewrites). Each row names one field, in record
 order, with one cell per namespace of the heading, or a single cell that holds for all of them. A
 record whose field order differs between namespaces has one block per namespace.
 
@@ -29,15 +31,17 @@ Cells:
     NAME    one nested record of the same namespace      NAME
     -       the field does not exist in this namespace
 
-Every declared total is checked against what the rows add up to, and the top-level records of each
-namespace must be exactly the records of the tiles.
+Every declared total is checked against what the rows add up to, a record's from its own rows and
+the sizes its nested records compute (not those they declare), so that one run names the wrong
+totals of a record and of every record that holds it. The top-level records of each namespace must
+be exactly the records of the tiles.
 """
 
 import dataclasses
 import os
 import re
 
-from genlib import TableError, table_lines
+from genlib import TableError, TotalError, table_lines
 
 MAX_LEAF_BITS = 64
 NAME_RE = re.compile(r"[A-Za-z_][A-Za-z0-9_]*\Z")
@@ -152,6 +156,7 @@ class Record:
     top_level: bool = False
     broken: bool = False  # a row failed: its totals would only repeat that error
     like: str = ""  # the namespace whose block it was copied from (namespace NS like OTHER)
+    word: int = 0  # the word of the heading that declares its totals
 
     @property
     def source(self):
@@ -160,6 +165,15 @@ class Record:
     def error(self, found, expected, line=None):
         return record_error(self.path, self.line if line is None else line, self.name, self.ns,
                             found, expected)
+
+    def total_error(self, found, expected, part, computed):
+        """A declared total that disagrees with the rows. A copy of another namespace's block
+        declares nothing of its own: its fault is a plain one, which --fix leaves."""
+        if self.like:
+            return self.error(found, expected + f" (a copy of {self.like}'s block: declare it for "
+                              f"{self.ns} in its heading)")
+        e = self.error(found, expected)
+        return TotalError(e.path, e.line, e.message, self.word, part, computed)
 
 
 @dataclasses.dataclass(frozen=True)
@@ -182,13 +196,14 @@ class Tile:
 
 
 def parse_heading(path, lineno, words, namespaces):
-    """'record NAME NS=BITS/FIELDS[/IDS] ...' as (name, [(ns, bits, fields, ids)])."""
+    """'record NAME NS=BITS/FIELDS[/IDS] ...' as (name, [(ns, bits, fields, ids, word)]), word
+    being the place of the declaration among the heading's words."""
     name = words[1] if len(words) > 1 else "-"
     if len(words) < 3 or not NAME_RE.match(name):
         raise record_error(path, lineno, name, "-", f"found heading '{' '.join(words)}'",
                            "expected 'record NAME GEN=BITS/FIELDS[/IDS] ...'")
     decls = []
-    for word in words[2:]:
+    for index, word in enumerate(words[2:], start=2):
         m = HEADING_DECL_RE.match(word)
         ns = word.split("=")[0]
         if not m:
@@ -198,7 +213,7 @@ def parse_heading(path, lineno, words, namespaces):
             raise record_error(path, lineno, name, ns, f"found unknown generation '{ns}'",
                                f"expected one of {', '.join(namespaces)}")
         ids = int(m.group(4)) if m.group(4) is not None else None
-        decls.append((ns, int(m.group(2)), int(m.group(3)), ids))
+        decls.append((ns, int(m.group(2)), int(m.group(3)), ids, index))
     found = [d[0] for d in decls]
     if found != [ns for ns in namespaces if ns in found]:
         raise record_error(path, lineno, name, found[0], f"found generations {' '.join(found)}",
@@ -256,7 +271,8 @@ def parse_table(path, namespaces, errors):
                 close_block()
                 block = []  # rows under a heading that fails are skipped with it
                 name, decls = parse_heading(path, line.number, words, namespaces)
-                block = [Record(name, ns, path, line.number, b, n, i) for ns, b, n, i in decls]
+                block = [Record(name, ns, path, line.number, b, n, i, word=w)
+                         for ns, b, n, i, w in decls]
                 records.extend(block)
                 continue
             if block is None:
@@ -387,12 +403,19 @@ def check_namespace(ns, records, errors):
     for rec in emitted:
         rec.top_level = rec.name not in used
         if rec.top_level and rec.declared_ids is None and not rec.broken:
-            errors.add(rec.error("found a top-level record without a declared id count",
-                                 f"expected {ns}=BITS/FIELDS/IDS in its heading"))
+            found = "found a top-level record without a declared id count"
+            if rec.ids is None:
+                errors.add(rec.error(found, f"expected {ns}=BITS/FIELDS/IDS in its heading"))
+            else:
+                errors.add(rec.total_error(found, f"expected {ns}=BITS/FIELDS/{rec.ids} in its "
+                                           "heading", 2, rec.ids))
     return emitted
 
 
 def size_record(rec, by_name, errors):
+    """Computes the record's bits and ids from its rows and the computed sizes of the records it
+    holds, and names each declared total that disagrees; the records that hold it go on with the
+    computed sizes, so that their own totals are checked in the same run."""
     if rec.broken:
         return
     bits, ids = 0, 1
@@ -402,17 +425,13 @@ def size_record(rec, by_name, errors):
             return
         bits += size[0]
         ids += size[1]
-    found = []
-    if bits != rec.declared_bits:
-        found.append((f"found {bits} bits in the fields", f"expected {rec.declared_bits}"))
-    if len(rec.fields) != rec.declared_fields:
-        found.append((f"found {len(rec.fields)} fields", f"expected {rec.declared_fields}"))
-    if rec.declared_ids is not None and ids != rec.declared_ids:
-        found.append((f"found {ids} unique ids", f"expected {rec.declared_ids}"))
-    for what, expected in found:
-        errors.add(rec.error(what, expected + " as declared"))
-    if not found:
-        rec.bits, rec.ids = bits, ids
+    rec.bits, rec.ids = bits, ids
+    for part, unit, found, declared in ((0, "bits in the fields", bits, rec.declared_bits),
+                                        (1, "fields", len(rec.fields), rec.declared_fields),
+                                        (2, "unique ids", ids, rec.declared_ids)):
+        if declared is not None and found != declared:
+            errors.add(rec.total_error(f"found {found} {unit}", f"expected {declared} as declared",
+                                       part, found))
 
 
 def check_tiles(tiles, per_ns, errors):
@@ -479,6 +498,6 @@ def load(tables_dir, namespaces, errors):
     inherit(records, likes, namespaces, errors)
     per_ns = {ns: check_namespace(ns, [r for r in records if r.ns == ns], errors)
               for ns in namespaces}
-    if not errors:  # on tables that agree with themselves; else it would repeat their faults
+    if not errors.faults():  # else it would repeat their faults; wrong totals do not matter here
         check_tiles(tiles, per_ns, errors)
     return per_ns, tiles

@@ -115,7 +115,7 @@ class GeneratorTest(unittest.TestCase):
         self.assert_refused(
             GOOD.replace("ko=15/3/19", "ko=15/3"),
             "t.rec:4: error: record top, generation ko: found a top-level record without a "
-            "declared id count, expected ko=BITS/FIELDS/IDS in its heading",
+            "declared id count, expected ko=BITS/FIELDS/19 in its heading",
         )
 
     def test_unknown_cell(self):
