@@ -2,11 +2,16 @@
 totals, and the one form of their faults:
 
     <table>:<line>: error: <accessor>, generation <g>: <found>, <expected>
+
+A heading declares only the totals that the hardware description states (how many accessors, of
+which kind, answered by whom), as cross-checks of the rows; a count of the table's own rows is not
+declared, as the rows state it already. A wrong total is a TotalError, which --fix rewrites.
 """
 
+import dataclasses
 import re
 
-from genlib import TableError
+from genlib import TableError, TotalError
 
 SCALAR_TYPES = ("arch_const_t", "size_t", "uint8_t", "double", "uint64_t", "int", "bool")
 ELEMENT_TYPES = ("uint8_t", "int8_t", "int", "double", "bool", "std::string")
@@ -28,23 +33,47 @@ def fail(path, line, accessor, generation, found, expected):
     raise TableError(path, line, f"{accessor}, generation {generation}: {found}, {expected}")
 
 
-def declared(path, line, what, tokens):
-    """The `key=number` cells of a heading line, as a dict."""
-    totals = {}
-    for token in tokens:
-        key, sep, value = token.partition("=")
+@dataclasses.dataclass
+class Totals:
+    """The totals that one heading line declares."""
+
+    path: str
+    line: int  # 0 where the heading is missing
+    what: str  # the heading's name in messages
+    numbers: dict  # key -> declared number
+    words: dict  # key -> the place of its word among the line's words
+
+
+def declared(path, line, what, words, keys, start=1, title=False):
+    """The `key=number` words of a heading line, from word `start` on. `keys` are the totals the
+    heading may declare: any other is refused, so that a total nobody checks cannot stand in a
+    table. With `title`, the words without '=' are the heading's title."""
+    numbers, places = {}, {}
+    for index, word in enumerate(words[start:], start=start):
+        key, sep, value = word.partition("=")
+        if not sep and title:
+            continue
         if not sep or not value.isdigit():
-            fail(path, line, what, "all", f"cell '{token}'", "expected key=number")
-        totals[key] = int(value)
-    return totals
+            fail(path, line, what, "all", f"cell '{word}'", "expected key=number")
+        if key not in keys:
+            fail(path, line, what, "all", f"total '{word}'",
+                 f"expected {'one of ' + ', '.join(keys) if keys else 'none'} (the rows count "
+                 "themselves: a heading declares only totals that the hardware description "
+                 "states)")
+        numbers[key], places[key] = int(value), index
+    return Totals(path, line, what, numbers, places)
 
 
-def check_total(path, line, what, generation, counted, totals, key, unit):
-    if key not in totals:
-        fail(path, line, what, generation, f"no declared {key}", f"expected {key}={counted}")
-    if totals[key] != counted:
-        fail(path, line, what, generation, f"{counted} {unit}",
-             f"expected {totals[key]} as declared")
+def check_total(errors, totals, key, counted, unit, what=None, generation="all"):
+    """Adds to `errors` the disagreement of a declared total with the number `counted`."""
+    where = f"{what or totals.what}, generation {generation}"
+    if key not in totals.numbers:
+        errors.add(TableError(totals.path, totals.line, f"{where}: found no declared {key}, "
+                              f"expected {key}={counted}"))
+    elif totals.numbers[key] != counted:
+        errors.add(TotalError(totals.path, totals.line, f"{where}: found {counted} {unit}, "
+                              f"expected {totals.numbers[key]} as declared", totals.words[key], 0,
+                              counted))
 
 
 def check_value(path, line, accessor, generation, cpp_type, cell):

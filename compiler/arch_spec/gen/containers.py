@@ -90,7 +90,7 @@ def load_containers(path, generations, errors):
         with errors.collect():
             word = line.text.split()[0]
             if word == "containers":
-                heading = (declared(path, line.number, word, line.text.split()[1:]), line.number)
+                heading = declared(path, line.number, word, line.text.split(), ("rows", "none"))
             elif word in columns:
                 if current is not None:  # lines under a block that failed are skipped with it
                     _column_line(path, line, current, columns)
@@ -108,12 +108,8 @@ def load_containers(path, generations, errors):
             if len(c.values) != len(columns):
                 missing = [g for g in columns if g not in c.values][0]
                 fail(path, c.line, c.name, missing, "no line", "expected one line per generation")
-        totals, line = heading
-        check_total(path, line, "containers", "all", len(containers), totals, "rows", "blocks")
-        for g in columns:
-            answered = sum(1 for c in containers.values() if c.values[g] is not None)
-            check_total(path, line, "containers", g, answered, totals, g, "answered blocks")
+    if heading is not None and not errors.since(mark):
+        check_total(errors, heading, "rows", len(containers), "blocks")
         none = sum(1 for c in containers.values() if all(v is None for v in c.values.values()))
-        check_total(path, line, "containers", "all", none, totals, "none",
-                    "blocks answered by no generation")
+        check_total(errors, heading, "none", none, "blocks answered by no generation")
     return containers

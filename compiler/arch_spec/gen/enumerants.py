@@ -8,7 +8,8 @@ Each enumeration type of the constants interface is one block of a table:
       pcu_ctloutxbar_ne_scl_crdrtn_{0-3}  | 10 to 10 (1 of 4) | ... | 10 to 79  # inferred
 
 The heading names the type, its declared number of enumerants and optionally its kind (crossbar,
-mux, udc-select, ormask, signals). A row holds an enumerant or a pattern and one cell per column of
+mux, udc-select, ormask, signals). The number is the one the hardware description states for the
+type, kept as a cross-check of the rows; a wrong one is a TotalError, which --fix rewrites. A row holds an enumerant or a pattern and one cell per column of
 generations.tbl (ko | ry | rye); a generation that answers as another has no column.
 
 Expansion of a pattern
@@ -50,7 +51,7 @@ import sys
 
 import genlib
 from enum_inference import brace_follows, infer
-from genlib import TableError, table_lines
+from genlib import TableError, TotalError, table_lines
 
 
 KINDS = ("crossbar", "mux", "udc-select", "ormask", "signals")
@@ -270,7 +271,7 @@ def _parse_file(path, columns, errors):
     return types
 
 
-def _expand_type(enum_type, source_name):
+def _expand_type(enum_type, source_name, errors):
     columns = enum_type.columns
     per_generation = {}
     for generation in columns:
@@ -301,11 +302,11 @@ def _expand_type(enum_type, source_name):
             inferred = {g: row.cells[g].form == "span" and codes[g] is not None for g in columns}
             result.append(Enumerant(enum_type.name, name, stem + "_" + name, codes, inferred,
                                     "%s:%d" % (source_name, row.line), row.pattern))
-    if len(result) != enum_type.count:
-        raise enum_error(enum_type.path, enum_type.line,
-                         "%d enumerants in the rows, %d declared" % (len(result), enum_type.count),
-                         enum_type.name)
     _check_inferred_codes(enum_type, result)
+    if len(result) != enum_type.count:
+        e = enum_error(enum_type.path, enum_type.line, "found %d enumerants in the rows, expected "
+                       "%d as declared" % (len(result), enum_type.count), enum_type.name)
+        errors.add(TotalError(e.path, e.line, e.message, 2, 0, len(result)))
     return result
 
 
@@ -348,7 +349,7 @@ def load_types(tables_dir, columns, errors):
                 types.append(enum_type)
                 if enum_type.broken:
                     continue
-                for e in _expand_type(enum_type, os.path.basename(path)):
+                for e in _expand_type(enum_type, os.path.basename(path), errors):
                     with errors.collect():
                         if e.accessor in accessor_seen:
                             raise enum_error(path, int(e.source.rsplit(":", 1)[1]),

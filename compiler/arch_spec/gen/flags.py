@@ -5,6 +5,10 @@ A row gives the accessor, its type (bool, int, optional<int>, optional<Int64Pair
 optional<Struct>), the answer of the base class (`none` for pure virtual) and one cell per column
 of generations.tbl. A generation's class overrides the accessor where its cell differs from the
 default; a cell marked `!` keeps an answer equal to the default as an explicit override.
+
+The heading line (`features` or `constraints`) declares the rows in all, per kind (bool, int,
+optional) and the pure virtual ones: the counts that the hardware description states. Groups and
+structs declare no count: their rows state it.
 """
 
 import collections
@@ -13,6 +17,9 @@ import re
 
 from constant_cells import INTEGER_RANGES, check_total, check_value, declared, fail, split_top
 from genlib import table_lines
+
+
+HEADING_TOTALS = ("rows", "bool", "int", "optional", "pure")
 
 
 @dataclasses.dataclass
@@ -30,7 +37,6 @@ class Struct:
     fields: list  # (name, C++ type)
     values: dict  # column -> list of C++ literals, or None
     line: int
-    declared: dict  # declared totals of the heading
 
 
 def cpp_flag_type(cpp_type):
@@ -93,18 +99,16 @@ def load_structs(path, lines, columns, errors):
         with errors.collect():
             cells = line.text.split()
             if cells[0] == "struct":
-                totals = declared(path, line.number, "struct", [c for c in cells[1:] if "=" in c])
-                name = [c for c in cells[1:] if "=" not in c]
-                if len(name) != 1:
+                declared(path, line.number, "struct", cells, (), title=True)
+                if len(cells) != 2:
                     fail(path, line.number, "struct", "all", f"line '{line.text}'",
-                         "expected struct fields=N Name")
-                current = Struct(name[0], [], {g: [] for g in columns}, line.number, totals)
+                         "expected struct Name")
+                current = Struct(cells[1], [], {g: [] for g in columns}, line.number)
                 structs[current.name] = current
             elif current is not None:
                 _struct_row(path, line, current, columns)
     for s in structs.values():
         with errors.collect():
-            check_total(path, s.line, s.name, "all", len(s.fields), s.declared, "fields", "fields")
             for g in columns:
                 filled = [v is not None for v in s.values[g]]
                 if any(filled) and not all(filled):
@@ -155,29 +159,27 @@ def load_flags(path, kind, generations, errors):
         with errors.collect():
             cells = line.text.split()
             if cells[0] == kind:
-                heading = (declared(path, line.number, kind, cells[1:]), line.number)
+                heading = declared(path, line.number, kind, cells, HEADING_TOTALS)
             elif cells[0] == "group":
-                totals = declared(path, line.number, "group", [c for c in cells[1:] if "=" in c])
-                groups.append((totals, line.number, []))
+                declared(path, line.number, "group", cells, (), title=True)
+                groups.append([])
             elif not groups:
                 fail(path, line.number, cells[0], "all", f"line '{line.text}'",
                      "expected a group heading before the rows")
             else:
                 flag = _flag_row(path, line, columns, structs, flags)
                 flags[flag.name] = flag
-                groups[-1][2].append(flag.name)
+                groups[-1].append(flag.name)
     if errors.since(mark):
         return dict(sorted(flags.items())), structs
-    with errors.collect():
-        if heading is None:
+    if heading is None:
+        with errors.collect():
             fail(path, 0, kind, "all", "no heading", f"expected a '{kind}' line with its totals")
-        for totals, line, rows in groups:
-            check_total(path, line, "group", "all", len(rows), totals, "rows", "rows")
-        totals, line = heading
-        check_total(path, line, kind, "all", len(flags), totals, "rows", "rows")
-        kinds = collections.Counter(f.type.split("<")[0] for f in flags.values())
-        for key in ("bool", "int", "optional"):
-            check_total(path, line, kind, "all", kinds[key], totals, key, f"{key} rows")
-        pure = sum(1 for f in flags.values() if f.default is None)
-        check_total(path, line, kind, "all", pure, totals, "pure", "pure virtual rows")
+        return dict(sorted(flags.items())), structs
+    check_total(errors, heading, "rows", len(flags), "rows")
+    kinds = collections.Counter(f.type.split("<")[0] for f in flags.values())
+    for key in ("bool", "int", "optional"):
+        check_total(errors, heading, key, kinds[key], f"{key} rows")
+    pure = sum(1 for f in flags.values() if f.default is None)
+    check_total(errors, heading, "pure", pure, "pure virtual rows")
     return dict(sorted(flags.items())), structs

@@ -87,8 +87,8 @@ def container_accessors(containers, generations):
 
 def check_interface(params, accessors, enum_types, generations, tables, errors):
     """The totals that params.tbl declares for the whole class, its classes and what no class
-    answers."""
-    path, line = params.path, params.interface_line
+    answers, each counted from the accessors that the tables' rows make."""
+    path, line = params.path, params.interface.line
     seen = {}
     for a in accessors:
         with errors.collect():
@@ -101,34 +101,30 @@ def check_interface(params, accessors, enum_types, generations, tables, errors):
     for kind, key in (("SCALAR", "scalars"), ("ENUM", "enumerants"), ("CONTAINER", "containers")):
         counted[key] = sum(1 for a in accessors if a.kind == kind)
     for key, value in counted.items():
-        with errors.collect():
-            check_total(path, line, "interface", "all", value, params.interface, key, key)
+        check_total(errors, params.interface, key, value, key)
     classes = {f"{g.prefix}Constants": g for g in generations.with_answers}
-    for name, (_, class_line) in params.classes.items():
+    for name, totals in params.classes.items():
         if name not in classes:
-            errors.add(genlib.TableError(path, class_line, f"class {name}: found a class of no "
+            errors.add(genlib.TableError(path, totals.line, f"class {name}: found a class of no "
                                          "generation, expected one of " + ", ".join(classes)))
     for name, g in classes.items():
-        with errors.collect():
-            if name not in params.classes:
+        if name not in params.classes:
+            with errors.collect():
                 fail(path, line, name, g.code, "no class line", "expected its declared overrides")
-            totals, class_line = params.classes[name]
-            own = [a for a in accessors if g.prefix in a.values]
-            enums = sum(1 for a in own if a.kind == "ENUM")
-            check_total(path, class_line, name, g.code, len(own), totals, "overrides", "overrides")
-            check_total(path, class_line, name, g.code, len(own) - enums, totals, "parameters",
-                        "parameter overrides")
-            check_total(path, class_line, name, g.code, enums, totals, "enumerants",
-                        "enumerant overrides")
-    with errors.collect():
-        totals, line = params.unanswered
-        none = [a for a in accessors if not a.values]
-        check_total(path, line, "unanswered", "all", len(none), totals, "total",
-                    "unanswered accessors")
-        check_total(path, line, "unanswered", "all", sum(1 for a in none if a.kind != "ENUM"),
-                    totals, "parameters", "unanswered parameters")
-        check_total(path, line, "unanswered", "all", sum(1 for a in none if a.kind == "ENUM"),
-                    totals, "enumerants", "unanswered enumerants")
+            continue
+        totals = params.classes[name]
+        own = [a for a in accessors if g.prefix in a.values]
+        enums = sum(1 for a in own if a.kind == "ENUM")
+        for key, number, unit in (("overrides", len(own), "overrides"),
+                                  ("parameters", len(own) - enums, "parameter overrides"),
+                                  ("enumerants", enums, "enumerant overrides")):
+            check_total(errors, totals, key, number, unit, generation=g.code)
+    none = [a for a in accessors if not a.values]
+    for key, number, unit in (
+            ("total", len(none), "unanswered accessors"),
+            ("parameters", sum(1 for a in none if a.kind != "ENUM"), "unanswered parameters"),
+            ("enumerants", sum(1 for a in none if a.kind == "ENUM"), "unanswered enumerants")):
+        check_total(errors, params.unanswered, key, number, unit)
 
 
 def generate(tables, errors):
@@ -143,7 +139,7 @@ def generate(tables, errors):
                                    generations, errors)
     constraints, _ = load_flags(os.path.join(constants, "constraints.tbl"), "constraints",
                                 generations, errors)
-    if errors:
+    if errors.faults():  # wrong totals only: the interface's totals are checked all the same
         return {}, None
     accessors = (scalar_accessors(params, generations)
                  + enum_accessors(enum_items, generations, constants, errors)

@@ -1,6 +1,8 @@
 """Reads params.tbl: the scalar parameters of the constants classes, the parameters derived from
 others, the rows in which an inheriting generation differs from its parent (a section named after
-it, e.g. `uko`), and the declared totals of the whole constants class.
+it, e.g. `uko`), and the declared totals of the whole constants class: those of the interface, of
+each generation's class, of the accessors no class answers, of the scalar rows per return type,
+and of the rows of each group that a generation answers.
 
 A row of a group gives the accessor, its return type and one cell per column of generations.tbl
 (ko ry rye); `-` where the generation does not answer.
@@ -10,8 +12,14 @@ import collections
 import dataclasses
 import re
 
-from constant_cells import SCALAR_TYPES, check_total, check_value, declared, fail
+from constant_cells import SCALAR_TYPES, Totals, check_total, check_value, declared, fail
 from genlib import table_lines
+
+
+# The totals the headings declare: those the hardware description states.
+INTERFACE_TOTALS = ("accessors", "scalars", "enumerants", "containers", "types")
+CLASS_TOTALS = ("overrides", "parameters", "enumerants")
+UNANSWERED_TOTALS = ("total", "parameters", "enumerants")
 
 
 @dataclasses.dataclass
@@ -28,10 +36,9 @@ class Params:
     path: str
     scalars: dict  # name -> Scalar, in table order
     differences: dict  # inheriting generation -> {name: (C++ literal, line)}
-    interface: dict  # declared totals of the whole class
-    interface_line: int
-    classes: dict  # class name -> (declared totals, line)
-    unanswered: tuple  # (declared totals, line)
+    interface: Totals  # of the whole class
+    classes: dict  # class name -> Totals
+    unanswered: Totals  # of the accessors that no class answers
 
 
 def derive(path, line, row, scalars, column, rule):
@@ -58,7 +65,8 @@ class _Reader:
         self.path, self.columns = path, generations.columns
         self.inheriting = [g.code for g in generations.inheriting]
         self.scalars, self.classes, self.heads, self.groups = {}, {}, {}, []
-        self.interface, self.interface_line, self.unanswered = {}, 0, ({}, 0)
+        self.interface = Totals(path, 0, "interface", {}, {})
+        self.unanswered = Totals(path, 0, "unanswered", {}, {})
         self.section, self.derived_rows = None, []
         self.difference_rows = {code: [] for code in self.inheriting}
 
@@ -66,22 +74,21 @@ class _Reader:
         path, cells = self.path, line.text.split()
         word = cells[0]
         if word == "interface":
-            self.interface, self.interface_line = declared(path, line.number, word, cells[1:]), \
-                line.number
+            self.interface = declared(path, line.number, word, cells, INTERFACE_TOTALS)
         elif word == "class":
-            self.classes[cells[1] if len(cells) > 1 else ""] = (
-                declared(path, line.number, "class", cells[2:]), line.number)
+            name = cells[1] if len(cells) > 1 else ""
+            self.classes[name] = declared(path, line.number, name, cells, CLASS_TOTALS, start=2)
         elif word == "unanswered":
-            self.unanswered = (declared(path, line.number, word, cells[1:]), line.number)
-        elif word in ("scalars", "answers"):
-            self.heads[word] = (declared(path, line.number, word, cells[1:]), line.number)
+            self.unanswered = declared(path, line.number, word, cells, UNANSWERED_TOTALS)
+        elif word == "scalars":
+            self.heads[word] = declared(path, line.number, word, cells, ("rows", *SCALAR_TYPES))
         elif word == "group":
-            totals = declared(path, line.number, "group", [c for c in cells[1:] if "=" in c])
+            totals = declared(path, line.number, "group", cells, ("answered",), title=True)
             self.section = "group"
-            self.groups.append((totals, line.number, []))
+            self.groups.append((totals, []))
         elif word == "derived" or word in self.inheriting:
             self.section = word
-            self.heads[word] = (declared(path, line.number, word, cells[1:]), line.number)
+            self.heads[word] = declared(path, line.number, word, cells, ())
         elif self.section == "group":
             self.scalar_row(line, cells)
         elif self.section == "derived":
@@ -111,45 +118,27 @@ class _Reader:
         values = {g: None if c == "-" else check_value(path, line.number, name, g, cpp_type, c)
                   for g, c in zip(self.columns, cells[2:])}
         self.scalars[name] = Scalar(name, cpp_type, values, line.number)
-        self.groups[-1][2].append(self.scalars[name])
+        self.groups[-1][1].append(self.scalars[name])
 
 
 def _check_totals(r, errors):
-    path = r.path
-    for word in ("scalars", "answers", "derived", *r.inheriting):
+    for word in ("scalars", "derived", *r.inheriting):
         if word not in r.heads:
             with errors.collect():
-                fail(path, 0, word, "all", "no heading", f"expected a '{word}' line with its totals")
-    for totals, line, rows in r.groups:
-        with errors.collect():
-            check_total(path, line, "group", "all", len(rows), totals, "rows", "rows")
-            answered = sum(1 for s in rows if any(s.values.values()))
-            check_total(path, line, "group", "all", answered, totals, "answered", "answered rows")
+                fail(r.path, 0, word, "all", "no heading", f"expected a '{word}' line")
+    for totals, rows in r.groups:
+        answered = sum(1 for s in rows if any(s.values.values()))
+        check_total(errors, totals, "answered", answered, "answered rows")
     if "scalars" in r.heads:
-        totals, line = r.heads["scalars"]
+        totals = r.heads["scalars"]
         per_type = collections.Counter(s.type for s in r.scalars.values())
-        with errors.collect():
-            check_total(path, line, "scalars", "all", len(r.scalars), totals, "rows", "rows")
-            for cpp_type in SCALAR_TYPES:
-                check_total(path, line, "scalars", "all", per_type[cpp_type], totals, cpp_type,
-                            f"{cpp_type} rows")
-    if "answers" in r.heads:
-        totals, line = r.heads["answers"]
-        with errors.collect():
-            for g in r.columns:
-                answered = sum(1 for s in r.scalars.values() if s.values[g] is not None)
-                check_total(path, line, "answers", g, answered, totals, g, "answered rows")
-            none = sum(1 for s in r.scalars.values() if not any(s.values.values()))
-            check_total(path, line, "answers", "all", none, totals, "none",
-                        "rows answered by no generation")
+        check_total(errors, totals, "rows", len(r.scalars), "rows")
+        for cpp_type in SCALAR_TYPES:
+            check_total(errors, totals, cpp_type, per_type[cpp_type], f"{cpp_type} rows")
 
 
 def _apply_rules(r, errors):
     path = r.path
-    if "derived" in r.heads:
-        with errors.collect():
-            totals, line = r.heads["derived"]
-            check_total(path, line, "derived", "all", len(r.derived_rows), totals, "rows", "rows")
     for line, name, gens, rule in r.derived_rows:
         with errors.collect():
             if name not in r.scalars:
@@ -175,10 +164,6 @@ def _differences(r, generations, errors):
     path, found = r.path, {}
     for g in generations.inheriting:
         rows, found[g.code] = r.difference_rows[g.code], {}
-        if g.code in r.heads:
-            with errors.collect():
-                totals, line = r.heads[g.code]
-                check_total(path, line, g.code, g.code, len(rows), totals, "rows", "rows")
         for line, name, cell in rows:
             with errors.collect():
                 parent = r.scalars.get(name)
@@ -204,5 +189,4 @@ def load_params(path, generations, errors):
         _check_totals(r, errors)
     _apply_rules(r, errors)
     differences = _differences(r, generations, errors)
-    return Params(path, r.scalars, differences, r.interface, r.interface_line, r.classes,
-                  r.unanswered)
+    return Params(path, r.scalars, differences, r.interface, r.classes, r.unanswered)

@@ -161,7 +161,7 @@ class Refusals(TableCase):
         self.assertRefused("""
             enum u_t 3
               u_a{0,1} | 1 step 1 | - | -
-            """, ":1: error: u_t: 2 enumerants in the rows, 3 declared")
+            """, ":1: error: u_t: found 2 enumerants in the rows, expected 3 as declared")
 
     def test_steps_that_do_not_match_the_braces(self):
         self.assertRefused("""

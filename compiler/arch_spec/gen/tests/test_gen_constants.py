@@ -28,22 +28,21 @@ TABLES = {
         class       RyeConstants  overrides=1  parameters=1  enumerants=0
         unanswered  total=1  parameters=0  enumerants=1
         scalars  rows=3  arch_const_t=1  size_t=1  uint8_t=0  double=1  uint64_t=0  int=0  bool=0
-        answers  ko=3  ry=2  rye=1  none=0
 
-        group  rows=3  answered=3  Test group
+        group  answered=3  Test group
         # accessor     type           ko           ry           rye
         a_max          size_t         4294967295   4294967295   -
         a_width        arch_const_t   32           32           -
         b_bandwidth    double         1.5          -            2.0
 
-        derived  rows=1
+        derived
         a_max          ko ry          ones64(a_width)
 
-        uko  rows=1
+        uko
         b_bandwidth    1.25
         """,
     "containers.tbl": """
-        containers  rows=1  ko=1  ry=0  rye=0  none=0
+        containers  rows=1  none=0
 
         c_rows         std::vector<uint8_t>
           ko   [2]  1, 2
@@ -53,19 +52,19 @@ TABLES = {
     "features.tbl": """
         features  rows=3  bool=1  int=1  optional=1  pure=1
 
-        group  rows=3  Test group
+        group  Test group
         f_count        int                    none     1        2        3
         f_flag         bool                   false    false    true     false!
         f_info         optional<Info>         empty    empty    set      empty
 
-        struct  fields=2  Info
+        struct  Info
         count          uint8_t                -    4            -
         rates          std::vector<double>    -    {1.0,2.5}    -
         """,
     "constraints.tbl": """
         constraints  rows=1  bool=1  int=0  optional=0  pure=0
 
-        group  rows=1  Test group
+        group  Test group
         g_bug          bool                   false    true     false    false
         """,
     "enums_test.tbl": """
@@ -143,7 +142,7 @@ class Accepts(GeneratorCase):
 
     def test_every_answer_names_its_row(self):
         ko = self.generated("KoConstants.cpp")
-        self.assertIn("arch_const_t KoConstants::a_width() const { return 32; }  // params.tbl:13", ko)
+        self.assertIn("arch_const_t KoConstants::a_width() const { return 32; }  // params.tbl:12", ko)
         self.assertIn("x_t KoConstants::x_x_one() const { return code(0); }  // enums_test.tbl:2",
                       ko)
 
@@ -161,7 +160,7 @@ class Accepts(GeneratorCase):
         uko = [line for line in ko.splitlines() if "UkoConstants::" in line]
         self.assertEqual(uko, ["UkoConstants::~UkoConstants() = default;",
                                "double UkoConstants::b_bandwidth() const { return 1.25; }  "
-                               "// params.tbl:20"])
+                               "// params.tbl:19"])
         self.assertIn("size_t KoConstants::a_max() const { return ones64(a_width()); }", ko)
 
     def test_explicit_and_differing_answers_are_the_only_overrides(self):
@@ -188,7 +187,7 @@ class RefusesScalars(GeneratorCase):
 
     def test_declared_total_per_type(self):
         self.edit("params.tbl", "size_t=1", "size_t=2")
-        self.assertRefused("params.tbl", "scalars, generation all: 1 size_t rows, expected 2")
+        self.assertRefused("params.tbl", "scalars, generation all: found 1 size_t rows, expected 2")
 
     def test_derived_rule_disagrees_with_the_row(self):
         self.edit("params.tbl", "a_max          size_t         4294967295", "a_max          size_t         65535")
@@ -200,11 +199,11 @@ class RefusesScalars(GeneratorCase):
 
     def test_class_override_count(self):
         self.edit("params.tbl", "KoConstants   overrides=5", "KoConstants   overrides=6")
-        self.assertRefused("params.tbl", "KoConstants, generation ko: 5 overrides, expected 6")
+        self.assertRefused("params.tbl", "KoConstants, generation ko: found 5 overrides, expected 6")
 
     def test_unanswered_count(self):
         self.edit("enums_test.tbl", "x_two | - | - | -", "x_two | - | 1 | -")
-        self.assertRefused("params.tbl", "RyConstants, generation ry: 3 overrides, expected 2")
+        self.assertRefused("params.tbl", "RyConstants, generation ry: found 3 overrides, expected 2")
 
 
 class RefusesContainers(GeneratorCase):
@@ -236,7 +235,7 @@ class RefusesFlags(GeneratorCase):
 
     def test_pure_count(self):
         self.edit("constraints.tbl", "pure=0", "pure=1")
-        self.assertRefused("constraints.tbl", "constraints, generation all: 0 pure virtual rows, expected 1")
+        self.assertRefused("constraints.tbl", "constraints, generation all: found 0 pure virtual rows, expected 1")
 
 
 class CommandLine(GeneratorCase):
@@ -252,6 +251,51 @@ class CommandLine(GeneratorCase):
         tables = [line.split(":")[0].rsplit("/", 1)[-1] for line in complained.splitlines()]
         self.assertEqual(sorted(tables), ["containers.tbl", "enums_test.tbl", "features.tbl"])
         self.assertFalse(self.out.exists())
+
+    def test_a_new_enumerant_names_every_total_that_follows_in_one_run(self):
+        self.edit("enums_test.tbl", "  x_two | - | - | -", "  x_two | - | - | -\n  x_new | - | 5 | -")
+        status, _, complained = self.run_main()
+        self.assertEqual(status, 1)
+        faults = [line.split(": error: ")[1] for line in complained.splitlines()]
+        self.assertEqual(faults, [
+            "x_t: found 3 enumerants in the rows, expected 2 as declared",
+            "interface, generation all: found 7 accessors, expected 6 as declared",
+            "interface, generation all: found 3 enumerants, expected 2 as declared",
+            "RyConstants, generation ry: found 3 overrides, expected 2 as declared",
+            "RyConstants, generation ry: found 1 enumerant overrides, expected 0 as declared"])
+        # --fix writes them, and the tables are accepted as they are now.
+        with contextlib.redirect_stdout(io.StringIO()) as printed:
+            status = gen_constants.main(["--tables", str(self.tables), "--fix"])
+        self.assertEqual(status, 0)
+        self.assertEqual(printed.getvalue().count("\n  -> "), 3)  # three lines changed
+        self.assertFalse(self.out.exists())
+        self.assertEqual(self.run_main(), (0, "", ""))
+        self.assertIn("class       RyConstants   overrides=3  parameters=2  enumerants=1\n",
+                      (self.tables / "constants" / "params.tbl").read_text())
+
+    def test_fix_leaves_other_faults_and_says_them(self):
+        self.edit("enums_test.tbl", "enum x_t 2", "enum x_t 3")
+        self.edit("features.tbl", "true     false!", "true!    false")
+        with contextlib.redirect_stdout(io.StringIO()), \
+                contextlib.redirect_stderr(io.StringIO()) as complained:
+            status = gen_constants.main(["--tables", str(self.tables), "--fix"])
+        self.assertEqual(status, 1)
+        self.assertIn("features.tbl:5: error: f_flag, generation ry: cell 'true!'",
+                      complained.getvalue())
+        self.assertNotIn("enumerants in the rows", complained.getvalue())
+        self.assertIn("enum x_t 2\n", (self.tables / "constants" / "enums_test.tbl").read_text())
+
+    def test_a_total_the_rows_state_is_refused(self):
+        for table, old, new, fragment in (
+                ("params.tbl", "group  answered=3", "group  rows=3  answered=3",
+                 "total 'rows=3', expected one of answered (the rows count themselves"),
+                ("features.tbl", "struct  Info", "struct  fields=2  Info",
+                 "total 'fields=2', expected none (the rows count themselves"),
+                ("params.tbl", "\nuko\n", "\nuko  rows=1\n", "total 'rows=1', expected none")):
+            with self.subTest(new=new):
+                self.setUp()
+                self.edit(table, old, new)
+                self.assertRefused(table, fragment)
 
     def test_unchanged_output_is_not_rewritten(self):
         self.assertEqual(self.run_main()[0], 0)

@@ -56,6 +56,23 @@ class Generations(unittest.TestCase):
                 self.assertIn(fault, errors[0])
 
 
+class RewriteWord(unittest.TestCase):
+    """--fix's rewriting of one word: the words after it keep their columns where the blanks
+    allow, and never touch."""
+
+    def test_columns(self):
+        for raw, word, parts, expected in (
+                ("record r  ko=6/2      ry=7/2", 2, {0: 10}, "record r  ko=10/2     ry=7/2"),
+                ("record r  ko=10/2     ry=7/2", 2, {0: 6}, "record r  ko=6/2      ry=7/2"),
+                ("record r  ko=6/2 ry=7/2", 2, {0: 1000, 1: 11}, "record r  ko=1000/11 ry=7/2"),
+                ("record r  ko=6/2  ry=7/2", 3, {2: 9}, "record r  ko=6/2  ry=7/2/9"),
+                ("enum x_t 8    # kept", 2, {0: 12}, "enum x_t 12   # kept"),
+                ("enum x_t 8 mux", 2, {0: 1234}, "enum x_t 1234 mux"),
+                ('group  answered=5  "a # b"  c=1', 1, {0: 50}, 'group  answered=50 "a # b"  c=1')):
+            with self.subTest(raw=raw):
+                self.assertEqual(genlib.rewrite_word(raw, word, parts), expected)
+
+
 class Recipes(unittest.TestCase):
     """The recipes of docs/maintainers.md, on a copy of the tables."""
 
@@ -74,11 +91,27 @@ class Recipes(unittest.TestCase):
         with open(path, "w") as f:
             f.write(text.replace(old, new, 1))
 
-    def run_generator(self, module):
+    def run_generator(self, module, *options):
         printed, complained = io.StringIO(), io.StringIO()
         with contextlib.redirect_stdout(printed), contextlib.redirect_stderr(complained):
-            status = module.main(["--tables", self.tables, "--out", self.out])
+            status = module.main(["--tables", self.tables, "--out", self.out, *options])
         return status, complained.getvalue()
+
+    def changed_lines(self):
+        """{table: [(original line, line in the copy)]} for the lines the copy changed, tables of
+        as many lines only."""
+        changed = {}
+        for folder, _, names in os.walk(TABLES):
+            for name in names:
+                table = os.path.relpath(os.path.join(folder, name), TABLES)
+                with open(os.path.join(TABLES, table)) as f, \
+                        open(os.path.join(self.tables, table)) as g:
+                    old, new = f.read().splitlines(), g.read().splitlines()
+                self.assertEqual(len(old), len(new), table)
+                pairs = [(a, b) for a, b in zip(old, new) if a != b]
+                if pairs:
+                    changed[table] = pairs
+        return changed
 
     def generated(self, name):
         with open(os.path.join(self.out, genlib.OUT_SUBDIR, name)) as f:
@@ -97,29 +130,83 @@ class Recipes(unittest.TestCase):
     def test_add_a_field(self):
         table = "records/pcu_datapath.rec"
         line, heading, (bits, fields) = self.declared(table, "PCU_tail_struct", "rye")
-        _, _, (tile_bits, _, tile_ids) = self.declared(table, "pcu_config_struct", "rye")
+        tile_line, _, (tile_bits, tile_fields, tile_ids) = self.declared(
+            table, "pcu_config_struct", "rye")
         self.edit(table, heading, heading + "  tail_mode                   -         -         3\n")
-        # The generator names the declared totals that must follow: the record's own first.
+        # One run names every declared total that must follow: the record's and the tile's (which
+        # holds 4 tails), each with the number the rows give.
         status, complained = self.run_generator(gen_records)
         self.assertEqual(status, 1)
-        self.assertIn(f"pcu_datapath.rec:{line}: error: record PCU_tail_struct, generation rye: "
-                      f"found {bits + 3} bits in the fields, expected {bits} as declared",
-                      complained)
-        self.edit(table, heading, heading.replace(f"rye={bits}/{fields}",
-                                                  f"rye={bits + 3}/{fields + 1}"))
+        where = f"pcu_datapath.rec:{line}: error: record PCU_tail_struct, generation rye: "
+        tile = f"pcu_datapath.rec:{tile_line}: error: record pcu_config_struct, generation rye: "
+        self.assertEqual([line.split(os.sep)[-1] for line in complained.splitlines()], [
+            f"{where}found {bits + 3} bits in the fields, expected {bits} as declared",
+            f"{where}found {fields + 1} fields, expected {fields} as declared",
+            f"{tile}found {tile_bits + 12} bits in the fields, expected {tile_bits} as declared",
+            f"{tile}found {tile_ids + 4} unique ids, expected {tile_ids} as declared"])
+        # --fix writes those numbers and nothing else; then the generator accepts the tables.
+        self.assertEqual(self.run_generator(gen_records, "--fix"), (0, ""))
+        self.assertFalse(os.path.exists(self.out))
+        self.assertEqual(self.declared(table, "PCU_tail_struct", "rye")[2], [bits + 3, fields + 1])
+        self.assertEqual(self.declared(table, "pcu_config_struct", "rye")[2],
+                         [tile_bits + 12, tile_fields, tile_ids + 4])
+        self.assertEqual(self.run_generator(gen_records), (0, ""))
+
+    def test_one_run_names_every_level_and_fix_follows(self):
+        # A leaf of ry that grows by one bit, four records deep in the address unit's tile.
+        self.edit("records/agcu_top.rec", "  CB_init_count_value         12       14       14",
+                  "  CB_init_count_value         12       15       14")
         status, complained = self.run_generator(gen_records)
         self.assertEqual(status, 1)
-        self.assertNotIn("PCU_tail_struct,", complained)  # then the records that hold it: 4 tails
-        self.assertIn(f"record pcu_config_struct, generation rye: found {tile_bits + 12} bits",
-                      complained)
-        self.assertIn(f"found {tile_ids + 4} unique ids, expected {tile_ids} as declared",
-                      complained)
+        named = re.findall(r"record (\w+), generation (\w+): found (\d+) (bits|unique)",
+                           complained)
+        # Six CB records in a retain record, eight of those in the ECF, two ECFs in the tile.
+        self.assertEqual(named, [
+            ("AGU_ECF_VAG_CB_struct", "ry", "15", "bits"),
+            ("AGU_ECF_VAG_RETAIN_struct", "ry", "310", "bits"),
+            ("AGU_ECF_struct", "ry", "5000", "bits"),
+            ("AGU_CSF_ECF_Config_struct", "ry", "16748", "bits"),
+            ("AGCU_Config_struct", "ry", "33840", "bits")])
+        self.assertEqual(self.run_generator(gen_records, "--fix"), (0, ""))
+        self.assertEqual(self.run_generator(gen_records), (0, ""))
+        changed = self.changed_lines()["records/agcu_top.rec"]
+        self.assertEqual(len(changed), 6)  # the row and five headings
+        for old, new in changed:
+            self.assertEqual(re.sub(r"\d+", "N", old), re.sub(r"\d+", "N", new))
+            # Each word after a total keeps its column.
+            self.assertEqual([m.start() for m in re.finditer(r"\S+", new)],
+                             [m.start() for m in re.finditer(r"\S+", old)], new)
+
+    def test_fix_restores_every_kind_of_total(self):
+        # Wrong totals of each kind that the tables declare, wider and narrower than the right
+        # ones: --fix gives back the project's tables byte for byte, columns included.
+        for table, old, new in (
+                ("records/agcu_top.rec", "ry=16700/3  rye=23012/3", "ry=6700/30  rye=23012/3"),
+                ("records/pcu_datapath.rec", "rye=8866/23/2958", "rye=88660/23/958"),
+                ("records/agu.rec", "AGU_Alu_struct  ko=83/9 ", "AGU_Alu_struct  ko=8/9  "),
+                ("constants/enums_pcu.tbl", "enum hdr_src_t 8 mux", "enum hdr_src_t 9 mux"),
+                ("constants/features.tbl", "rows=114  bool=102 ", "rows=14   bool=1020"),
+                ("constants/constraints.tbl", "pure=3", "pure=30"),
+                ("constants/containers.tbl", "none=3", "none=333"),
+                ("constants/params.tbl", "group  answered=42  Chip", "group  answered=4   Chip"),
+                ("constants/params.tbl", "KoConstants   overrides=3681  ",
+                 "KoConstants   overrides=36810 "),
+                ("constants/params.tbl", "total=702  parameters=87  ", "total=72   parameters=8   "),
+                ("constants/params.tbl", "uint64_t=3  int=1  bool", "uint64_t=3  int=10 bool")):
+            self.edit(table, old, new)
+        for module in (gen_records, gen_constants):
+            status, complained = self.run_generator(module)
+            self.assertEqual(status, 1)
+            self.assertTrue(all(" as declared" in line for line in complained.splitlines()),
+                            complained)
+            self.assertEqual(self.run_generator(module, "--fix"), (0, ""))
+        self.assertEqual(self.changed_lines(), {})
 
     def add_generation(self, after, row, name):
         """Adds the generation `row` to the table behind the row `after`, with an empty block of
         parameters and a constants class of its own, `name` being its code name."""
         self.edit(genlib.GENERATIONS_TABLE, after, after + row)
-        self.edit("constants/params.tbl", "\nuko  rows=3", f"\n{name}  rows=0\n\nuko  rows=3")
+        self.edit("constants/params.tbl", "\nuko\n", f"\n{name}\n\nuko\n")
         self.edit("constants/params.tbl", "class       UkoConstants",
                   f"class       {genlib.class_prefix(name)}Constants  overrides=0  parameters=0"
                   "  enumerants=0\nclass       UkoConstants")
@@ -188,8 +275,8 @@ class Recipes(unittest.TestCase):
         # ry's classes, but for the rows they cite, which the edits below move.
         ry_records = re.sub(r"\.rec:\d+", ".rec", self.generated("RyConfig.h"))
 
-        # A field of ry2's own in the middle of a nested record: the record is declared for ry2
-        # in its block, then the records that hold it, each total corrected as the generator says.
+        # A field of ry2's own in the middle of a nested record, declared for ry2 in its block: one
+        # run names its totals and those of the tile that holds it, which still copies ry's block.
         interface, fields = self.declare_for("records/pcu_datapath.rec", "PCU_interface_struct",
                                              "ry2", "ry")
         self.edit("records/pcu_datapath.rec", "  CtlOutXbar_sel                  18x7\n",
@@ -198,18 +285,22 @@ class Recipes(unittest.TestCase):
         status, complained = self.run_generator(gen_records)
         self.assertEqual(status, 1)
         self.assertIn(f"record PCU_interface_struct, generation ry2: found {interface + 4} bits in "
-                      f"the fields, expected {interface} as declared", complained)
-        self.edit("records/pcu_datapath.rec", f"ry2={interface}/{fields}",
-                  f"ry2={interface + 4}/{fields + 1}")
-        status, complained = self.run_generator(gen_records)
-        self.assertEqual(status, 1)
-        pcu, pcu_fields, ids = self.declare_for("records/pcu_datapath.rec", "pcu_config_struct",
-                                                "ry2", "ry")
-        self.assertIn(f"record pcu_config_struct, generation ry2: found {pcu + 4} bits in the "
-                      f"fields, expected {pcu} as declared", complained)
+                      f"the fields, expected {interface} as declared\n", complained)
+        pcu_line, _, (pcu, pcu_fields, ids) = self.declared("records/pcu_datapath.rec",
+                                                            "pcu_config_struct", "ry")
+        self.assertIn(f"pcu_datapath.rec:{pcu_line}: error: record pcu_config_struct, generation "
+                      f"ry2: found {pcu + 4} bits in the fields, expected {pcu} as declared (a "
+                      "copy of ry's block: declare it for ry2 in its heading)\n", complained)
         self.assertNotIn("generation ry:", complained)
-        self.edit("records/pcu_datapath.rec", f"ry2={pcu}/{pcu_fields}/{ids}",
-                  f"ry2={pcu + 4}/{pcu_fields}/{ids + 1}")
+        # --fix leaves a copy's totals, which are ry's, and says so.
+        self.assertEqual(self.run_generator(gen_records, "--fix")[0], 1)
+        self.assertEqual(self.declared("records/pcu_datapath.rec", "pcu_config_struct", "ry")[2],
+                         [pcu, pcu_fields, ids])
+        # Declared for ry2, the tile's totals are its own, and --fix corrects them with the rest.
+        self.declare_for("records/pcu_datapath.rec", "pcu_config_struct", "ry2", "ry")
+        self.assertEqual(self.run_generator(gen_records, "--fix"), (0, ""))
+        self.assertEqual(self.declared("records/pcu_datapath.rec", "pcu_config_struct", "ry2")[2],
+                         [pcu + 4, pcu_fields, ids + 1])
         for module in generators:
             self.assertEqual(self.run_generator(module), (0, ""), module.__name__)
         self.assertIn(f"static constexpr size_t kSizeInBits = {pcu + 4};",
