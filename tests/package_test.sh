@@ -7,7 +7,9 @@
 #   package_test.sh install BUILD_DIR SOURCE_DIR CXX_FLAGS LINKER_FLAGS
 #       cmake --install into a scratch prefix
 #   package_test.sh deb BUILD_DIR SOURCE_DIR CXX_FLAGS LINKER_FLAGS
-#       cpack -G DEB, the package unpacked with dpkg -x into a scratch root; its archspec runs too
+#       cpack -G DEB, the packages (library, development files, tool, Python, site) unpacked with
+#       dpkg -x into one scratch root; its archspec runs too, and the installed headers pass the
+#       strict build of tests/package/strict_headers.sh
 # The flags are those of the build under test, so that a sanitized library gets a sanitized consumer.
 set -euo pipefail
 mode=$1 build_dir=$2 source_dir=$3 cxx_flags=${4:-} linker_flags=${5:-}
@@ -22,9 +24,20 @@ case "$mode" in
   deb)
     (cd "$scratch" && cpack -G DEB --config "$build_dir/CPackConfig.cmake" -B "$scratch/deb" \
       > /dev/null)
-    package=$(ls "$scratch"/deb/*.deb)
-    echo "package: $(basename "$package") ($(du -h "$package" | cut -f1))"
-    dpkg -x "$package" "$scratch/root"
+    for package in "$scratch"/deb/*.deb; do
+      echo "package: $(basename "$package") ($(du -h "$package" | cut -f1))"
+      dpkg -x "$package" "$scratch/root"
+    done
+    # The shared library's package says which soname it holds and has ldconfig run.
+    library_package=$(ls "$scratch"/deb/libarchspeccore[0-9]*.deb)
+    dpkg-deb -I "$library_package" shlibs | grep -q "^libArchSpecCore " ||
+      { echo "the library's package has no shlibs entry"; exit 1; }
+    dpkg-deb -I "$library_package" triggers | grep -q "ldconfig" ||
+      { echo "the library's package does not trigger ldconfig"; exit 1; }
+    if dpkg-deb -c "$library_package" | grep -E '\.h$|\.so$|bin/'; then
+      echo "the library's package holds more than the library"
+      exit 1
+    fi
     prefix="$scratch/root/usr"
     "$prefix/bin/archspec" archs | grep -q "mk43" || { echo "the packaged archspec failed"; exit 1; }
     echo "the packaged archspec lists the generations"
@@ -37,7 +50,7 @@ case "$mode" in
       { echo "the package has no bash completion of archspec"; exit 1; }
     # The packaged Python package, where Debian's Python looks, finds the packaged library.
     if [ -d "$prefix/lib/python3/dist-packages/archspec" ]; then
-      PYTHONPATH="$prefix/lib/python3/dist-packages" /usr/bin/python3 -c \
+      PYTHONPATH="$prefix/lib/python3/dist-packages" LD_LIBRARY_PATH=/nonexistent /usr/bin/python3 -c \
         'import archspec; print("python:", archspec.generation("mk43").tile("pcu").bits, "bits")'
     fi
     ;;
@@ -54,12 +67,15 @@ if foreign=$(grep -rnE '^#include <[^>]*[./][^>]*>' "$prefix/include"); then
   echo "$foreign"
   exit 1
 fi
-if grep -rl nlohmann "$prefix/lib/cmake/ArchSpecCore"; then
+libdir=$(dirname "$(find "$prefix" -name 'libArchSpecCore.so' | head -1)")
+if grep -rl nlohmann "$libdir/cmake/ArchSpecCore"; then
   echo "the installed CMake package refers to nlohmann-json"
   exit 1
 fi
 
-pc_dir=$(dirname "$(find "$prefix" -name archspeccore.pc | head -1)")
+# The pkg-config files lie in the library's directory, where pkg-config and cross builds look.
+pc_dir=$libdir/pkgconfig
+[ -f "$pc_dir/archspeccore.pc" ] || { echo "no archspeccore.pc in $pc_dir"; exit 1; }
 read -r -a extra_cxx <<< "$cxx_flags"
 read -r -a extra_ld <<< "$linker_flags"
 
@@ -76,8 +92,12 @@ build() {
     "${extra_ld[@]}" -o "$scratch/${program}_pc"
 }
 
+if [ "$mode" = deb ]; then
+  "$source_dir/tests/package/strict_headers.sh" "$prefix" "$source_dir"
+fi
+
 build consumer consumer archspeccore
-LD_LIBRARY_PATH="$prefix/lib" "$scratch/consumer/consumer" mk43 | sed 's/^/find_package: /'
+LD_LIBRARY_PATH="$libdir" "$scratch/consumer/consumer" mk43 | sed 's/^/find_package: /'
 "$scratch/consumer_pc" mk43 | sed 's/^/pkg-config: /'
 
 # A PCU programmed by names, its listing written and read back: exactly this, both ways.
@@ -93,7 +113,7 @@ for form in find_package pkg-config; do
   else
     program=$scratch/tooling_consumer_pc
   fi
-  output=$(LD_LIBRARY_PATH="$prefix/lib" "$program" mk43 "$scratch/pcu.sparse")
+  output=$(LD_LIBRARY_PATH="$libdir" "$program" mk43 "$scratch/pcu.sparse")
   if [ "$output" != "$expected" ]; then
     printf 'the tooling consumer (%s) printed:\n%s\ninstead of:\n%s\n' "$form" "$output" \
       "$expected"

@@ -1,0 +1,16 @@
+#!/usr/bin/env bash
+# The Debian packages of a build under lintian --pedantic: any error or warning fails, pedantic and
+# informational notes are shown. The one override, exit-in-shared-library, is in the library's
+# package (packaging/lintian-overrides.in): the library ends the process by contract.
+#   lintian.sh BUILD_DIR
+set -euo pipefail
+build_dir=$(cd "$1" && pwd)
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+
+(cd "$scratch" && cpack -G DEB --config "$build_dir/CPackConfig.cmake" -B "$scratch/deb" > /dev/null)
+for package in "$scratch"/deb/*.deb; do
+  echo "package: $(basename "$package")"
+done
+lintian --pedantic --display-info --fail-on error,warning "$scratch"/deb/*.deb
+echo "lintian: no error or warning"
