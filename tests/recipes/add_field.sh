@@ -2,7 +2,8 @@
 # The maintainers' recipe "Add a field to a record", end to end on a scratch copy of the project:
 # a field of 9 bits in the middle of mk43's PCU record (records namespace ry), before every leaf
 # but three, so that the tile's size, its byte count and the place of nearly every leaf change;
-# the declared totals corrected to what the generator names; the library, the tool and the
+# the declared totals corrected to what the generator names in one run (a maintainer's
+# `gen_records.py --fix` does the same; no script here runs it); the library, the tool and the
 # Python package built; the target refresh_fixtures built; and the tests that the refreshed files
 # feed (the tool's, the Python package's, the documents' and the generators') run. They must pass
 # with no other edit. .ci/run runs it; the default test run does not (it builds a tree of its
@@ -36,7 +37,7 @@ cd "$copy"
 # A repository of its own, so that what the refresh rewrites shows as a diff.
 git init -q && git add -A && git -c user.name=recipe -c user.email=recipe@localhost commit -qm copy
 
-step "add the field and correct the totals the generator names"
+step "add the field and correct the totals the generator names in one run"
 python3 "$here/edit_records.py" compiler/arch_spec/gen/tables pcu_config_struct \
   ecf_size_counter_in "  drain_hold_cycles           -                         9                       -"
 git add -A && git -c user.name=recipe -c user.email=recipe@localhost commit -qm "the field"
