@@ -253,7 +253,8 @@ class CommandLine(GeneratorCase):
         self.assertFalse(self.out.exists())
 
     def test_a_new_enumerant_names_every_total_that_follows_in_one_run(self):
-        self.edit("enums_test.tbl", "  x_two | - | - | -", "  x_two | - | - | -\n  x_new | - | 5 | -")
+        self.edit("enums_test.tbl", "  x_two | - | - | -",
+                  "  x_two | - | - | -\n  x_new | - | 5 | -")
         status, _, complained = self.run_main()
         self.assertEqual(status, 1)
         faults = [line.split(": error: ")[1] for line in complained.splitlines()]

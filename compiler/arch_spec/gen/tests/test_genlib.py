@@ -191,7 +191,8 @@ class Recipes(unittest.TestCase):
                 ("constants/params.tbl", "group  answered=42  Chip", "group  answered=4   Chip"),
                 ("constants/params.tbl", "KoConstants   overrides=3681  ",
                  "KoConstants   overrides=36810 "),
-                ("constants/params.tbl", "total=702  parameters=87  ", "total=72   parameters=8   "),
+                ("constants/params.tbl", "total=702  parameters=87  ",
+                 "total=72   parameters=8   "),
                 ("constants/params.tbl", "uint64_t=3  int=1  bool", "uint64_t=3  int=10 bool")):
             self.edit(table, old, new)
         for module in (gen_records, gen_constants):
