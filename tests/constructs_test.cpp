@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdint>
 #include <cstdio>
+#include <optional>
 #include <random>
 #include <string>
 #include <vector>
@@ -248,6 +249,51 @@ TEST(PathsTest, TheFormOfAPath) {
   EXPECT_EQ(ElementName("m", 12, 0), "m[12][0]");
   AppendIndex(path, 18446744073709551615u);
   EXPECT_EQ(path, "pmu.orMask0[3][18446744073709551615]");
+}
+
+// Name(): the names from the outermost construct to this one's own, each named ancestor followed
+// by '.', empty names (arrays') adding nothing, whether or not a metadata pass keeps the paths.
+TEST(NameTest, EveryClauseOfThePath) {
+  Sample sample;
+  Register(sample, FreshIds(30), "s", 0);
+  for (const bool in_pass : {false, true}) {
+    SCOPED_TRACE(in_pass ? "inside a metadata pass" : "outside a pass");
+    std::optional<constructs_internal::MetadataPass> pass;
+    if (in_pass) pass.emplace();
+    EXPECT_EQ(sample.Name(), "s");
+    EXPECT_EQ(sample.a.Name(), "s.a");
+    EXPECT_EQ(sample.nibbles[1].Name(), "s.nibbles[1]");
+    EXPECT_EQ(sample.nibbles[1].v.Name(), "s.nibbles[1].v");
+    // Without a name of its own, the path ends with the '.' after its named ancestor.
+    EXPECT_EQ(sample.nibbles.Name(), "s.");
+    EXPECT_EQ(sample.packed.Name(), "s.");
+  }
+
+  // Arrays with no named ancestor have no path at all; their elements carry the name.
+  ArrayLE<2, ArrayLE<2, Nibble>> grid;
+  Register(grid, FreshIds(31), "g", 0);
+  EXPECT_EQ(grid.Name(), "");
+  EXPECT_EQ(grid[1].Name(), "");
+  EXPECT_EQ(grid[1][0].Name(), "g[1][0]");
+  EXPECT_EQ(grid[1][0].v.Name(), "g[1][0].v");
+
+  // An id without an entry gets an empty one, which ends the walk without failure.
+  BitsInteger<4> orphan;
+  UniqueId id = FreshIds(32);
+  orphan.SetUniqueId(id);
+  ASSERT_EQ(BaseConstruct::FindEntry(id), nullptr);
+  EXPECT_EQ(orphan.Name(), "");
+  EXPECT_NE(BaseConstruct::FindEntry(id), nullptr);
+  const UniqueId missing_parent = FreshIds(32) + 1;
+  ExternalStorage& entry = BaseConstruct::external_storage_[id];
+  entry.name = "leaf";
+  entry.parent = missing_parent;
+  EXPECT_EQ(orphan.Name(), "leaf");
+  ASSERT_NE(BaseConstruct::FindEntry(missing_parent), nullptr);
+  EXPECT_FALSE(BaseConstruct::FindEntry(missing_parent)->parent.has_value());
+
+  BitsInteger<4> unnumbered;
+  EXPECT_DEATH(unnumbered.Name(), "check-fail: Unique ID not initialized");
 }
 
 TEST(ConfigBuilderTest, WritesMostSignificantFirst) {

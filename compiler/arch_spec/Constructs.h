@@ -308,7 +308,8 @@ class MetadataPass {
 
   // The outermost pass running on this thread, or null outside a pass.
   static MetadataPass* Running();
-  // The path of the construct `id`, as Name() gives it.
+  // The path of the construct `id` that its children extend: Name() less the '.' that ends the
+  // name of a construct without a name of its own.
   const std::string& PathOf(UniqueId id);
 
  private:

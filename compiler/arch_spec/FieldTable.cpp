@@ -68,12 +68,15 @@ void AssignPath(std::string& path, const ExternalStorage& entry) {
   MetadataPass* pass = MetadataPass::Running();
   if (pass == nullptr || !entry.parent.has_value()) {
     path = PathOfEntry(entry);
-    return;
+  } else {
+    const std::string& above = pass->PathOf(*entry.parent);
+    path.reserve(above.size() + 1 + entry.name.size());
+    path.assign(above);
+    AppendStep(path, entry.name);
   }
-  const std::string& above = pass->PathOf(*entry.parent);
-  path.reserve(above.size() + 1 + entry.name.size());
-  path.assign(above);
-  AppendStep(path, entry.name);
+  // Every named ancestor is followed by '.': a construct without a name of its own (an array)
+  // under a record `r` is "r.", where its elements are "r.x[3]".
+  if (entry.name.empty() && !path.empty()) path.push_back('.');
 }
 
 }  // namespace constructs_internal
