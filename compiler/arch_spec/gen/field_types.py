@@ -99,7 +99,41 @@ def parse(path, per_ns, types, enums, generations, errors):
             seen[key] = line.number
             check_row(path, row, records, codes, serving)
             rows.append(row)
+    for (record, field, type_name), (where, namespaces) in untyped_namesakes(
+            per_ns, type_names, rows).items():
+        errors.add(genlib.TableError(
+            *where, f"{record}.{field}: found a field named after enumeration "
+            f"type {type_name} ({', '.join(namespaces)} records) with no row in {TABLE}, "
+            f"expected a row that types it or '{record} {field} -  # why it takes no type'"))
     return rows
+
+
+def namesake(field, type_names):
+    """The enumeration type that a field is named after (its name and '_t', in any case), or
+    None."""
+    wanted = f"{field}_t".lower()
+    return next((t for t in sorted(type_names) if t.lower() == wanted), None)
+
+
+def untyped_namesakes(per_ns, type_names, rows):
+    """{(record, field, type): ((table, line) of the field's first declaration, [namespace])} of
+    every field of leaves named after an enumeration type that no row speaks for in those
+    namespaces: a row that types the field there, or a '-' row or one of NS=TYPE cells that leaves
+    it out, with the reason in its comment."""
+    spoken = {(r.record, r.field): r for r in rows}
+    found = {}
+    for ns, recs in per_ns.items():
+        for rec in recs:
+            for fld in rec.fields:
+                type_name = namesake(fld.name, type_names)
+                if type_name is None or leaf_width(fld.cell) is None:
+                    continue
+                row = spoken.get((rec.name, fld.name))
+                if row is not None and (ns in row.types or row.reason):
+                    continue
+                where = (rec.path, fld.line)
+                found.setdefault((rec.name, fld.name, type_name), (where, []))[1].append(ns)
+    return found
 
 
 def parse_row(path, line, type_names, records):
@@ -229,9 +263,10 @@ def typed_templates(per_ns, tiles, rows):
 def coverage(tables):
     """The coverage of the tiles' leaves by the table, as Markdown."""
     errors = genlib.Errors()
-    generations, per_ns, tiles, _, _, rows = load(tables, errors)
+    generations, per_ns, tiles, types, _, rows = load(tables, errors)
     for e in errors:
         raise e
+    type_names = {t.name for t in types}
     by_key = {(r.record, r.field): r for r in rows}
     out = ["| tile | records | generations | leaves | typed leaves | typed fields |",
            "|---|---|---|---:|---:|---:|"]
@@ -248,7 +283,7 @@ def coverage(tables):
                 if row is not None and ns in row.types:
                     typed += count
                     fields.add((record, field))
-                elif SELECTION_RE.search(field):
+                elif SELECTION_RE.search(field) or namesake(field, type_names):
                     reason = row.reason if row is not None and not row.types else (
                         f"no type for {ns}: {row.reason}" if row is not None else
                         "no row: no enumeration type of the tables is known to fit it")

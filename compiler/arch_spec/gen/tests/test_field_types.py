@@ -20,16 +20,20 @@ TABLES = os.path.join(GEN, "tables")
 
 
 class FieldTypesTest(unittest.TestCase):
-    def run_with(self, rows):
+    def run_with(self, rows, drop=()):
         """(exit code, error lines, FieldTypes.cpp or None) for the project's tables with `rows`
-        appended to the table of field types."""
+        appended to the table of field types, and its rows that start with an entry of `drop`
+        left out."""
         with tempfile.TemporaryDirectory() as tmp:
             tables = os.path.join(tmp, "tables")
             shutil.copytree(TABLES, tables)
             path = os.path.join(tables, "records", field_types.TABLE)
             with open(path) as f:
-                lines = f.read().count("\n")
-            with open(path, "a") as f:
+                kept = [line for line in f if not any(line.startswith(d) for d in drop)]
+            self.assertEqual(len(kept), sum(1 for _ in open(path)) - len(drop))
+            lines = len(kept)
+            with open(path, "w") as f:
+                f.writelines(kept)
                 f.write(rows)
             err = io.StringIO()
             with contextlib.redirect_stderr(err), contextlib.redirect_stdout(io.StringIO()):
@@ -69,6 +73,37 @@ class FieldTypesTest(unittest.TestCase):
         self.assert_refused("ContextConfiguration instr_ctxt stage_opcode_t stated",
                             "ContextConfiguration.instr_ctxt: code 31 of stage_opcode_alu_op_srl "
                             "on mk41 does not fit the field's 2 bits, expected codes below 4")
+
+    def test_a_code_of_two_to_the_width(self):
+        # The operand C sources reach code 4: a 2-bit field holds codes up to 3 (bitfile_type_t
+        # reaches 3 on mk41 and is taken by 2-bit fields of the project's tables).
+        self.assert_refused("ContextConfiguration instr_ctxt stage_opc_src_t inferred",
+                            "ContextConfiguration.instr_ctxt: code 4 of stage_opc_src_opc_reduce "
+                            "on mk41 does not fit the field's 2 bits, expected codes below 4")
+
+    def test_a_field_named_after_a_type_has_a_row(self):
+        switch_row, csf_row = "Switch_source_struct        bitfile_type", "CU_CSF_struct  "
+        code, found, _, _ = self.run_with("", drop=(switch_row, csf_row + "          bitfile"))
+        self.assertEqual(code, 1)
+        self.assertEqual(found, [
+            "switch.rec:106: error: Switch_source_struct.bitfile_type: found a field named after "
+            "enumeration type bitfile_type_t (ko, ry, rye records) with no row in "
+            "field_types.tbl, expected a row that types it or 'Switch_source_struct "
+            "bitfile_type -  # why it takes no type'",
+            "agcu_top.rec:155: error: CU_CSF_struct.bitfile_type: found a field named after "
+            "enumeration type bitfile_type_t (ry, rye records) with no row in field_types.tbl, "
+            "expected a row that types it or 'CU_CSF_struct bitfile_type -  # why it takes no "
+            "type'"])
+        # A row that excludes it with its reason, or types it in some namespaces and says why
+        # not in the others, speaks for it.
+        for row in ("Switch_source_struct bitfile_type -  # a reason\n",
+                    "Switch_source_struct bitfile_type ko=bitfile_type_t inferred  # a reason\n"):
+            code, found, _, _ = self.run_with(row, drop=(switch_row,))
+            self.assertEqual((code, found), (0, []), row)
+        code, found, _, _ = self.run_with(
+            "Switch_source_struct bitfile_type ko=bitfile_type_t inferred\n", drop=(switch_row,))
+        self.assertEqual(code, 1)
+        self.assertIn("(ry, rye records)", found[0])
 
     def test_unknown_record_field_and_forms(self):
         self.assert_refused("PCU_NO_struct x stage_opcode_t stated",
