@@ -8,7 +8,9 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <random>
 #include <string_view>
+#include <utility>
 
 #include "Diagnostic.h"
 
@@ -172,6 +174,121 @@ std::string DirectoryOf(const std::string& path) {
   return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
 }
 
+void (*step_observer)(const char* step) = nullptr;
+bool unnamed_files = true;
+
+void Step(const char* step) {
+  if (step_observer != nullptr) step_observer(step);
+}
+
+// A new file for `path` whose content is complete before it takes a name, then renamed over
+// `path`: a process ended at any moment (even by SIGKILL) leaves `path` as it was or as it is
+// meant to be. Where the file system makes files without a name (O_TMPFILE), the file is written
+// unnamed and linked under a temporary name beside the output only once complete, so that a name
+// other than `path` exists only between two system calls, link and rename. Elsewhere the file has
+// its temporary name from the start.
+class Replacement {
+ public:
+  Replacement(const std::string& path, const std::string& name, mode_t mode,
+              std::optional<std::pair<uid_t, gid_t>> owner)
+      : path_(path), name_(name), mode_(mode), owner_(owner) {}
+
+  // The outcome of writing through an unnamed file, or nullopt where the file system makes none
+  // (or /proc, through which it takes a name, is missing): nothing was made then.
+  std::optional<std::optional<std::string>> Unnamed(std::string_view data) {
+    if (!unnamed_files) return std::nullopt;
+    const std::string directory = DirectoryOf(path_);
+    Descriptor out(::open(directory.empty() ? "." : directory.c_str(),
+                          O_TMPFILE | O_WRONLY | O_CLOEXEC, mode_));
+    if (out.get() < 0) {
+      // A refused directory is for the named way to report, or to fall back from.
+      if (errno == EACCES || errno == EPERM || errno == EROFS) return std::nullopt;
+      if (errno == EISDIR || errno == EOPNOTSUPP || errno == EINVAL) return std::nullopt;
+      return Failed(errno);
+    }
+    if (const std::optional<std::string> error = Fill(out.get(), data)) return error;
+    Step("written");
+    const std::string self = "/proc/self/fd/" + std::to_string(out.get());
+    int error = 0;
+    while (true) {
+      temporary_ = TemporaryName();
+      if (::linkat(AT_FDCWD, self.c_str(), AT_FDCWD, temporary_.c_str(), AT_SYMLINK_FOLLOW) == 0) {
+        break;
+      }
+      error = errno;
+      if (error != EEXIST) break;
+    }
+    if (error == ENOENT && ::access("/proc/self/fd", F_OK) != 0) return std::nullopt;
+    if (error != 0) return Failed(error);
+    Step("named");
+    if (out.Close() != 0) return Removed(errno);
+    return Renamed();
+  }
+
+  // Writes through a file that has its temporary name from the start.
+  std::optional<std::string> Named(std::string_view data) {
+    temporary_ = DirectoryOf(path_) + ".archspec-XXXXXX";
+    Descriptor out(::mkstemp(temporary_.data()));
+    if (out.get() < 0) {
+      const int error = errno;
+      directory_refused_ = error == EACCES || error == EPERM || error == EROFS;
+      return Failed(error);
+    }
+    if (const std::optional<std::string> error = Fill(out.get(), data)) {
+      ::unlink(temporary_.c_str());
+      return error;
+    }
+    Step("written");
+    Step("named");
+    if (out.Close() != 0) return Removed(errno);
+    return Renamed();
+  }
+
+  // Whether the directory refused a new file: one that may be written in place still may be.
+  bool directory_refused() const { return directory_refused_; }
+
+ private:
+  std::optional<std::string> Failed(int error) const {
+    return "cannot write " + name_ + ": " + Reason(error);
+  }
+  std::optional<std::string> Removed(int error) const {
+    ::unlink(temporary_.c_str());
+    return Failed(error);
+  }
+  // The owner, the content and its way to the disk.
+  std::optional<std::string> Fill(int fd, std::string_view data) const {
+    if (owner_.has_value()) (void)!::fchown(fd, owner_->first, owner_->second);
+    // After the owner, whose change may clear the set-id bits: mkstemp makes a private file,
+    // and the umask took its part of an unnamed file's mode.
+    if (::fchmod(fd, mode_) != 0) return Failed(errno);
+    if (const auto reason = WriteAll(fd, data)) return "cannot write " + name_ + ": " + *reason;
+    if (::fsync(fd) != 0) return Failed(errno);
+    return std::nullopt;
+  }
+  std::optional<std::string> Renamed() const {
+    if (::rename(temporary_.c_str(), path_.c_str()) != 0) return Removed(errno);
+    return std::nullopt;
+  }
+  // A short name of its own beside the output, so that a name near the file system's limit
+  // still fits: ".archspec-" and six letters or digits.
+  std::string TemporaryName() {
+    static constexpr char kLetters[] =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
+    std::string temporary = DirectoryOf(path_) + ".archspec-";
+    for (int i = 0; i < 6; ++i) temporary.push_back(kLetters[random_() % (sizeof kLetters - 1)]);
+    return temporary;
+  }
+
+  const std::string& path_;
+  const std::string& name_;
+  mode_t mode_;
+  std::optional<std::pair<uid_t, gid_t>> owner_;
+  std::string temporary_;
+  bool directory_refused_ = false;
+  std::minstd_rand random_{static_cast<std::minstd_rand::result_type>(::getpid()) ^
+                           std::random_device()()};
+};
+
 }  // namespace
 
 std::optional<std::string> WriteFileWhole(const std::string& path, std::string_view data) {
@@ -201,40 +318,30 @@ std::optional<std::string> WriteFileWhole(const std::string& path, std::string_v
     if (::access(path.c_str(), W_OK) != 0) return failed(errno);
   }
 
-  // A short name of its own beside the output: a name near the file system's limit still fits.
-  std::string temporary = DirectoryOf(path) + ".archspec-XXXXXX";
   const SignalsHeld held;
-  Descriptor out(::mkstemp(temporary.data()));
-  if (out.get() < 0) {
-    const int error = errno;
-    // A file that may be written in a directory that may not: written where it is.
-    if (exists && (error == EACCES || error == EPERM || error == EROFS)) {
-      return WriteInPlace(path, name, data, true);
-    }
-    return failed(error);
-  }
-  // mkstemp makes the file private; the output gets the mode a new file gets, or the one (and the
-  // owner, where that may be given) the replaced file had.
+  // The mode a new file gets, or the one (and the owner, where that may be given) of the file
+  // that is replaced.
   const mode_t mask = ::umask(0);
   ::umask(mask);
-  const mode_t mode = exists ? (link.st_mode & 07777) : (0666 & ~mask);
-  if (exists) (void)!::fchown(out.get(), link.st_uid, link.st_gid);
-  int error = 0;
-  if (::fchmod(out.get(), mode) != 0) error = errno;
-  if (error == 0) {
-    if (const auto reason = WriteAll(out.get(), data)) {
-      ::unlink(temporary.c_str());
-      return "cannot write " + name + ": " + *reason;
-    }
+  Replacement replacement{
+      path, name, exists ? (link.st_mode & 07777) : (0666 & ~mask),
+      exists ? std::optional<std::pair<uid_t, gid_t>>(std::pair(link.st_uid, link.st_gid))
+             : std::nullopt};
+  if (const std::optional<std::optional<std::string>> done = replacement.Unnamed(data)) {
+    return *done;
   }
-  if (error == 0 && ::fsync(out.get()) != 0) error = errno;
-  if (out.Close() != 0 && error == 0) error = errno;
-  if (error == 0 && ::rename(temporary.c_str(), path.c_str()) != 0) error = errno;
-  if (error != 0) {
-    ::unlink(temporary.c_str());
-    return failed(error);
-  }
-  return std::nullopt;
+  const std::optional<std::string> error = replacement.Named(data);
+  // A file that may be written in a directory that may not: written where it is.
+  if (exists && replacement.directory_refused()) return WriteInPlace(path, name, data, true);
+  return error;
 }
+
+namespace files_testing {
+
+void SetStepObserver(void (*observer)(const char* step)) { step_observer = observer; }
+
+void SetUnnamedFiles(bool allowed) { unnamed_files = allowed; }
+
+}  // namespace files_testing
 
 }  // namespace archspec

@@ -1,6 +1,8 @@
 // Reading and writing files with every failure reported, and how complaints echo input.
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -8,6 +10,8 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <map>
+#include <set>
 #include <string>
 
 #include "Diagnostic.h"
@@ -158,6 +162,91 @@ TEST_F(FilesTest, RefusesWhatCannotBeWrittenAndLeavesItAsItWas) {
   ASSERT_GE(full, 0);
   EXPECT_EQ(WriteAll(full, "x"), "No space left on device");
   ::close(full);
+}
+
+// The names in a directory at each step of a replacement, as an observer of the steps sees them.
+class ReplacementStepsTest : public FilesTest {
+ protected:
+  void TearDown() override {
+    files_testing::SetStepObserver(nullptr);
+    files_testing::SetUnnamedFiles(true);
+    FilesTest::TearDown();
+  }
+  static std::set<std::string> Names(const fs::path& dir) {
+    std::set<std::string> names;
+    for (const auto& entry : fs::directory_iterator(dir)) names.insert(entry.path().filename());
+    return names;
+  }
+  // Whether the file system of the test's directory makes files without a name.
+  bool UnnamedFilesHere() const {
+    const int fd = ::open(dir_.c_str(), O_TMPFILE | O_WRONLY, 0600);
+    if (fd >= 0) ::close(fd);
+    return fd >= 0;
+  }
+  static size_t Temporaries(const fs::path& dir) {
+    size_t count = 0;
+    for (const std::string& name : Names(dir)) count += name.rfind(".archspec-", 0) == 0;
+    return count;
+  }
+  // Replaces out.bits in a child process that SIGKILL ends at `step`; the temporary names it
+  // leaves beside the output, which holds what it held before.
+  size_t LeftByAKillAt(const char* step, bool unnamed) {
+    const std::string out = Path("out.bits");
+    Put(out, "old");
+    static const char* kill_at;
+    kill_at = step;
+    const pid_t child = ::fork();
+    if (child == 0) {
+      files_testing::SetUnnamedFiles(unnamed);
+      files_testing::SetStepObserver([](const char* now) {
+        if (std::string_view(now) == kill_at) ::raise(SIGKILL);
+      });
+      (void)WriteFileWhole(out, "new");
+      ::_exit(0);
+    }
+    int status = 0;
+    EXPECT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << step;
+    EXPECT_EQ(Contents(out), "old") << step;
+    const size_t left = Temporaries(dir_);
+    for (const std::string& name : Names(dir_)) {
+      if (name != "out.bits") fs::remove(dir_ / name);
+    }
+    return left;
+  }
+
+  static inline fs::path watched_;
+  static inline std::map<std::string, std::set<std::string>> seen_;
+};
+
+TEST_F(ReplacementStepsTest, NoTemporaryNameExistsWhileTheContentIsWritten) {
+  const std::string out = Path("out.bits");
+  Put(out, "old");
+  watched_ = dir_;
+  files_testing::SetStepObserver([](const char* step) { seen_[step] = Names(watched_); });
+  for (const bool unnamed : {true, false}) {
+    SCOPED_TRACE(unnamed ? "unnamed file" : "named from the start");
+    seen_.clear();
+    files_testing::SetUnnamedFiles(unnamed);
+    ASSERT_EQ(WriteFileWhole(out, "new"), std::nullopt);
+    EXPECT_EQ(Contents(out), "new");
+    ASSERT_EQ(seen_.count("written"), 1u);
+    ASSERT_EQ(seen_.count("named"), 1u);
+    // Complete but unnamed where the file system allows: the directory holds the output alone.
+    EXPECT_EQ(seen_["written"].size(), unnamed && UnnamedFilesHere() ? 1u : 2u);
+    EXPECT_EQ(seen_["named"].size(), 2u);
+    EXPECT_EQ(Temporaries(dir_), 0u);
+    EXPECT_EQ(Names(dir_), std::set<std::string>{"out.bits"});
+  }
+}
+
+TEST_F(ReplacementStepsTest, AProcessKilledBeforeTheLinkLeavesNothingBeside) {
+  if (!UnnamedFilesHere()) GTEST_SKIP() << "the file system makes no file without a name";
+  EXPECT_EQ(LeftByAKillAt("written", true), 0u);
+  // What remains possible: a kill between the link and the rename, two system calls apart.
+  EXPECT_EQ(LeftByAKillAt("named", true), 1u);
+  // Without files of no name, the temporary name lasts as long as the writing.
+  EXPECT_EQ(LeftByAKillAt("written", false), 1u);
 }
 
 TEST(EchoText, ShowsEveryByteThatWouldNotPrintAsAnEscape) {
