@@ -340,6 +340,32 @@ TEST(ConfigBuilderTest, GuardsItsCapacity) {
   EXPECT_DEATH(below.to_bytes(), "check-fail: Size must be a multiple of 8, got -8");
 }
 
+TEST(ConfigBuilderTest, AWriteMayEndAtTheLastBitAndNoFurther) {
+  ConfigBuilder builder;
+  builder.advance(ConfigBuilder::kCapacityBits - 10);
+  builder.ensure_room(10);
+  builder.set(0x201, 10);
+  EXPECT_EQ(builder.cursor(), ConfigBuilder::kCapacityBits);
+  EXPECT_TRUE(builder.bit(49990));
+  EXPECT_FALSE(builder.bit(49991));
+  EXPECT_TRUE(builder.bit(49999));
+  // A whole word's write that ends there crosses a word boundary; a write wider than a value too.
+  ConfigBuilder word;
+  word.advance(ConfigBuilder::kCapacityBits - 64);
+  word.set(~uint64_t{0}, 64);
+  EXPECT_EQ(word.to_string().substr(49936), std::string(64, '1'));
+  ConfigBuilder wider;
+  wider.advance(ConfigBuilder::kCapacityBits - 100);
+  wider.set(1, 100);
+  EXPECT_EQ(wider.cursor(), ConfigBuilder::kCapacityBits);
+  EXPECT_TRUE(wider.bit(49999));
+  // One bit more is refused before anything is written.
+  ConfigBuilder over;
+  over.advance(ConfigBuilder::kCapacityBits - 10);
+  EXPECT_DEATH(over.ensure_room(11), "Can't advance offset to illegal position 50001");
+  EXPECT_DEATH(over.set(0, 11), "Can't advance offset to illegal position 50001");
+}
+
 TEST(ConfigBuilderTest, BytesToBitsAppends) {
   std::string out = "x";
   bytes2bits({0xff, 0x00}, &out);

@@ -24,7 +24,8 @@ struct LeafChange {
   uint64_t to;
 };
 
-// The leaves whose values differ between `a` and `b`, in bit order.
+// The leaves whose values differ between `a` and `b`, in bit order. Where one is shorter, its
+// missing values are 0, as the leaves that a listing does not name.
 std::vector<LeafChange> CompareConfigurations(const std::vector<uint64_t>& a,
                                               const std::vector<uint64_t>& b);
 

@@ -35,6 +35,23 @@ TEST(CompareConfigurations, ListsTheDifferingLeavesInBitOrder) {
             "# archspec mk43 pcu\nlanes[0][1].sel = 0x0\ntail = 0x8\n");
 }
 
+TEST(CompareConfigurations, AValueMissingFromTheShorterIsZero) {
+  // Longer on either side: a missing value equal to 0 is no change, any other is one from or to 0.
+  for (const bool first_shorter : {true, false}) {
+    const std::vector<uint64_t> shorter = {1, 2};
+    const std::vector<uint64_t> longer = {1, 2, 0, 5};
+    const std::vector<LeafChange> changes = first_shorter ? CompareConfigurations(shorter, longer)
+                                                          : CompareConfigurations(longer, shorter);
+    ASSERT_EQ(changes.size(), 1u);
+    EXPECT_EQ(changes[0].leaf, 3u);
+    EXPECT_EQ(changes[0].from, first_shorter ? 0u : 5u);
+    EXPECT_EQ(changes[0].to, first_shorter ? 5u : 0u);
+  }
+  EXPECT_TRUE(CompareConfigurations({}, {0, 0, 0}).empty());
+  EXPECT_EQ(CompareConfigurations({}, {0, 0, 9}).size(), 1u);
+  EXPECT_EQ(CompareConfigurations({0, 0, 9}, {}).at(0).leaf, 2u);
+}
+
 // For any two configurations, the written change applied to the first gives the second: leaves
 // that go to zero included, leaves that stay untouched.
 TEST(WriteDelta, PatchesTheFirstConfigurationIntoTheSecond) {
