@@ -6,6 +6,7 @@
 
 #include "AccessorsJson.h"
 #include "Diagnostic.h"
+#include "FieldTypes.h"
 #include "Nearest.h"
 #include "Tile.h"
 #include "compiler/arch_spec/ArchSpec.h"
@@ -181,6 +182,17 @@ bool IsAnswered(const Accessor& accessor, const zu::spec::ArchVersion& version) 
   return column >= 0 && accessor.answered[column] == '1';
 }
 
+bool IsInferred(const Accessor& accessor, const zu::spec::ArchVersion& version) {
+  static const std::unordered_map<std::string_view, const char*> marks = [] {
+    std::unordered_map<std::string_view, const char*> out;
+    for (const InferredCodeRow& row : InferredCodeRows()) out.emplace(row.accessor, row.marks);
+    return out;
+  }();
+  if (accessor.kind != AccessorKind::kEnum || !IsAnswered(accessor, version)) return false;
+  const auto found = marks.find(accessor.name);
+  return found != marks.end() && found->second[AnswerColumn(version)] == 'i';
+}
+
 Answers ChosenAnswers() {
   return {zu::spec::arch_constants(), zu::spec::arch_features(), zu::spec::arch_constraints()};
 }
@@ -195,6 +207,16 @@ json ReadAccessor(const Accessor& accessor) { return ReaderOf(accessor)(ChosenAn
 
 json ReadAccessor(const Accessor& accessor, const Answers& answers) {
   return ReaderOf(accessor)(answers);
+}
+
+json AccessorEntry(const Accessor& accessor, const zu::spec::ArchVersion& version,
+                   const Answers& answers) {
+  json out{{"name", accessor.name}, {"kind", KindName(accessor.kind)}, {"type", accessor.type}};
+  const bool answered = IsAnswered(accessor, version);
+  out["answered"] = answered;
+  out["value"] = answered ? ReadAccessor(accessor, answers) : json(nullptr);
+  if (accessor.kind == AccessorKind::kEnum) out["inferred"] = IsInferred(accessor, version);
+  return out;
 }
 
 std::string ValueText(const json& value) {

@@ -67,6 +67,11 @@ int AnswerColumn(const zu::spec::ArchVersion& version);
 
 // Whether `version` answers `accessor`. Features and constraints always answer: they have defaults.
 bool IsAnswered(const Accessor& accessor, const zu::spec::ArchVersion& version);
+// Whether the code that `version` answers for the enumerant `accessor` is inferred (a row the
+// tables mark "# inferred": a code placed within a span, not stated by the tile's description),
+// so that a face shows it as such and a change of it is no known change of the hardware. False for
+// a stated code, an unanswered one and any accessor other than an enumerant.
+bool IsInferred(const Accessor& accessor, const zu::spec::ArchVersion& version);
 
 // The value of an answered accessor (see IsAnswered: asking an unanswered constants accessor ends
 // the process) as one line of text: numbers and booleans as such, "none" for an absent optional,

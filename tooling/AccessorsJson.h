@@ -18,4 +18,10 @@ nlohmann::json ReadAccessor(const Accessor& accessor, const Answers& answers);
 // The value as ValueText (Accessors.h) writes it.
 std::string ValueText(const nlohmann::json& value);
 
+// An accessor's entry for `version`, whose objects are `answers`: {"name", "kind", "type",
+// "answered", "value"} (null where unanswered) and, for an enumerant, "inferred" (IsInferred):
+// what the faces show of one accessor, written once.
+nlohmann::json AccessorEntry(const Accessor& accessor, const zu::spec::ArchVersion& version,
+                             const Answers& answers);
+
 }  // namespace archspec
