@@ -37,8 +37,8 @@ BitsResult ReadBitText(std::string_view text, size_t expected_bits, std::string_
       std::string message =
           Shown(c) + " at bit " + std::to_string(result.bits.size()) + " is not '0' or '1'";
       // Unprintable bytes suggest the packed form given where text was expected.
-      if (c < 0x20 || c > 0x7e) message += " (a file of packed bytes needs --bytes)";
-      result.errors.push_back({line, column, std::move(message)});
+      const Hint hint = c < 0x20 || c > 0x7e ? Hint::kPackedBytes : Hint::kNone;
+      result.errors.push_back({line, column, std::move(message), hint});
       return result;
     }
     result.bits += c;

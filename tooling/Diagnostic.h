@@ -8,10 +8,21 @@
 
 namespace archspec {
 
+// Where a face may add words of its own to a complaint: the tooling's complaints name no option
+// of a face, and each face knows how its user asks for what the complaint is missing.
+enum class Hint {
+  kNone,
+  kForce,         // an input that names another generation or tile: it may be read anyway
+  kPackedBytes,   // unprintable bytes where the text of '0' and '1' was expected
+  kNoGeneration,  // neither the caller nor the input names the generation
+  kNoTile,        // neither the caller nor the input names the tile
+};
+
 struct Diagnostic {
   size_t line = 0;    // 1-based; 0 when the complaint is about the file as a whole
   size_t column = 0;  // 1-based; 0 when the line is enough
   std::string message;
+  Hint hint = Hint::kNone;
 };
 
 // "prog.sparse:7: error: ...", "prog.bits:1:17: error: ..." or "prog.bits: error: ...".

@@ -1,0 +1,506 @@
+#include "Configuration.h"
+
+#include <algorithm>
+#include <map>
+#include <memory>
+#include <tuple>
+#include <utility>
+
+#include "BitText.h"
+#include "ConfigurationJson.h"
+#include "TreeText.h"
+#include "compiler/arch_spec/gen/GenerationTable.h"
+
+namespace archspec {
+
+using zu::spec::ArchVersion;
+using zu::spec::GenerationRow;
+
+const char* FormName(Form form) {
+  switch (form) {
+    case Form::kBits:
+      return "bits";
+    case Form::kBytes:
+      return "bytes";
+    case Form::kListing:
+      return "listing";
+    case Form::kJson:
+      return "json";
+  }
+  return "";
+}
+
+namespace {
+
+bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
+
+// Bytes that no text holds: control bytes other than blanks and line ends, and DEL.
+size_t Unprintable(std::string_view data) {
+  return static_cast<size_t>(std::count_if(data.begin(), data.end(), [](char c) {
+    const auto byte = static_cast<unsigned char>(c);
+    return (byte < 0x20 && !IsBlank(c)) || byte == 0x7f;
+  }));
+}
+
+}  // namespace
+
+InputKind InspectInput(std::string_view data, std::optional<Form> forced, uint32_t tile_bits) {
+  InputKind kind;
+  if (forced.has_value()) {
+    kind.form = *forced;
+    if (kind.form == Form::kListing) kind.names = ReadListingHeader(data);
+    return kind;
+  }
+  const std::string_view text = SkipByteOrderMark(data);
+  if (std::optional<ListingHeader> header = ReadListingHeader(text)) {
+    kind.form = Form::kListing;
+    kind.names = std::move(header);
+    return kind;
+  }
+  const size_t unprintable = Unprintable(data);
+  const size_t first = text.find_first_not_of(" \t\r\n");
+  if (first != std::string_view::npos && text[first] == '{' && unprintable == 0) {
+    kind.form = Form::kJson;
+    return kind;
+  }
+  size_t bits = 0;
+  size_t others = 0;
+  for (char c : text) {
+    if (c == '0' || c == '1') {
+      ++bits;
+    } else if (!IsBlank(c)) {
+      ++others;
+    }
+  }
+  const size_t packed = tile_bits == 0 ? 0 : (tile_bits + 7) / 8;
+  if (others == 0 && bits > 0) {
+    // Bytes that happen to be '0' and '1': the tile's length tells.
+    kind.form = bits != tile_bits && data.size() == packed ? Form::kBytes : Form::kBits;
+  } else if ((data.size() == packed && unprintable > 0) || unprintable * 16 > data.size()) {
+    // The tile's packed length with a byte no text holds, or mostly such bytes: a text with a
+    // stray control byte is still read as text, and the byte reported where it stands.
+    kind.form = Form::kBytes;
+  } else if (text.find('=') == std::string_view::npos && bits > others) {
+    // Mostly bits, with a stray character: read as bits, so that it is reported where it is.
+    kind.form = Form::kBits;
+  } else {
+    kind.form = Form::kListing;
+  }
+  return kind;
+}
+
+TileRecord* SharedTileRecord(const ArchVersion& version, const TileType& tile) {
+  using Key = std::tuple<int32_t, int64_t, int64_t, const TileType*>;
+  static std::map<Key, std::unique_ptr<TileRecord>> records;
+  const Key key{version.major, version.minor, version.patch, &tile};
+  if (const auto found = records.find(key); found != records.end()) return found->second.get();
+  std::unique_ptr<TileRecord> record = TileRecord::Create(version, tile);
+  if (record == nullptr) return nullptr;
+  return records.emplace(key, std::move(record)).first->second.get();
+}
+
+std::optional<ArchVersion> FindGeneration(std::string_view name) {
+  std::string error;
+  const ArchVersion version = ArchVersion::expect_parse(std::string(name), error);
+  if (version.major == 0) return std::nullopt;
+  return version;
+}
+
+std::string UnknownGeneration(std::string_view name) {
+  return "no generation is named '" + EchoText(name) + "'; the generations are " +
+         ProductNames("and");
+}
+
+std::string UnknownTile(std::string_view name) {
+  return "no tile is named '" + EchoText(name) + "'; the tiles are " + TileNames();
+}
+
+std::string LengthOwner(size_t count, bool bytes) {
+  // The tile records of that length, each with the generations that use it.
+  std::vector<std::pair<const RecordClass*, std::vector<std::string>>> owners;
+  for (const GenerationRow& row : zu::spec::GenerationTable()) {
+    if (*row.records == '\0' || !row.selectable) continue;
+    for (const TileType& tile : TileTypes()) {
+      const RecordClass* record = FindTileRecord(row.records, tile);
+      if (record == nullptr) continue;
+      const size_t length = bytes ? (record->bits + 7) / 8 : record->bits;
+      if (length != count) continue;
+      const auto same = [&](const auto& owner) { return owner.first == record; };
+      auto owner = std::find_if(owners.begin(), owners.end(), same);
+      if (owner == owners.end()) owner = owners.insert(owners.end(), {record, {}});
+      owner->second.push_back(GenerationLabel(row.version));
+    }
+  }
+  if (owners.size() != 1) return "";
+  const std::vector<std::string>& generations = owners.front().second;
+  std::string names;
+  for (size_t i = 0; i < generations.size(); ++i) {
+    if (i > 0) names += i + 1 == generations.size() ? " and " : ", ";
+    names += generations[i];
+  }
+  return " (" + std::to_string(count) + (bytes ? " bytes" : " bits") + " are the length of " +
+         owners.front().first->name + " of " + names + ")";
+}
+
+std::vector<std::pair<const TileType*, std::vector<std::string>>> FieldsOfType(
+    const ArchVersion& version, std::string_view type) {
+  std::vector<std::pair<const TileType*, std::vector<std::string>>> out;
+  for (const TileType& tile : TileTypes()) {
+    const std::optional<Configuration> zero = Configuration::Zero(version, tile);
+    if (!zero.has_value()) return {};
+    if (zero->naming().enumerations().Find(type) == nullptr) return {};
+    std::vector<std::string> paths;
+    for (size_t i = 0; i < zero->layout().leaves().size(); ++i) {
+      const Enumeration* of = zero->naming().TypeOf(i);
+      if (of != nullptr && of->name() == type) paths.push_back(zero->layout().leaves()[i].path);
+    }
+    out.emplace_back(&tile, std::move(paths));
+  }
+  return out;
+}
+
+std::vector<BranchRow> OrderedBranches(const Layout& layout) {
+  std::vector<BranchRow> rows;
+  rows.reserve(layout.branches().size());
+  for (const auto& [path, branch] : layout.branches()) {
+    const Leaf& first = layout.leaves()[branch.first_leaf];
+    const Leaf& last = layout.leaves()[branch.last_leaf];
+    rows.push_back({&path, &branch, first.offset, last.offset + last.width - first.offset});
+  }
+  // A branch comes before what it holds: by first bit, then the shorter path first.
+  std::sort(rows.begin(), rows.end(), [](const BranchRow& a, const BranchRow& b) {
+    return std::make_pair(a.branch->first_leaf, a.path->size()) <
+           std::make_pair(b.branch->first_leaf, b.path->size());
+  });
+  return rows;
+}
+
+Configuration::Configuration(TileRecord& record, const Naming& naming)
+    : record_(&record), naming_(&naming), values_(record.layout().leaves().size(), 0) {}
+
+std::optional<Configuration> Configuration::Zero(const ArchVersion& version, const TileType& tile) {
+  TileRecord* record = SharedTileRecord(version, tile);
+  if (record == nullptr) return std::nullopt;
+  const Naming* naming = Naming::Of(*record);
+  if (naming == nullptr) return std::nullopt;
+  return Configuration(*record, *naming);
+}
+
+bool Configuration::SetValue(size_t leaf, uint64_t value) {
+  if (leaf >= values_.size() || value > MaxValue(layout().leaves()[leaf].width)) return false;
+  values_[leaf] = value;
+  return true;
+}
+
+namespace {
+
+// The characters of a value as a listing writes it: digits, letters and '_' (and a sign, which
+// the listing's reader refuses with its own words).
+bool IsValueText(std::string_view text) {
+  return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) {
+    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' ||
+           c == '-' || c == '+';
+  });
+}
+
+}  // namespace
+
+std::optional<std::string> Configuration::Set(std::string_view path, std::string_view text) {
+  const std::optional<size_t> leaf = Find(path);
+  if (!leaf.has_value()) return layout().NotALeaf(path, true);
+  if (!IsValueText(text)) {
+    return "value '" + EchoText(text) + "' of " + std::string(path) +
+           " is neither a number (decimal or 0x hexadecimal) nor an enumerant name";
+  }
+  // The listing's own reading of one line: its numbers, names, widths and complaints.
+  const std::string line = std::string(path) + " = " + std::string(text);
+  const SparseResult read = ReadSparse(line, layout(), naming_->Resolver(), ReportLimits{});
+  if (!read.ok()) return read.errors.front().message;
+  values_[*leaf] = read.values[*leaf];
+  return std::nullopt;
+}
+
+void Configuration::Apply(const SparseResult& delta) {
+  values_ = ApplyDelta(std::move(values_), delta);
+}
+
+namespace {
+
+// A listing's or JSON's generation and tile against those of the configuration it is read for:
+// the complaint, on `line`, where they differ.
+std::optional<Diagnostic> ForeignNames(const std::optional<ListingHeader>& names, Form form,
+                                       size_t line, const Configuration& configuration) {
+  const std::string generation = configuration.version().to_product_name_string();
+  const std::string tile = configuration.tile().name;
+  std::optional<Diagnostic> wrong = CheckListingHeader(names, generation, tile);
+  if (!wrong.has_value()) return wrong;
+  if (form == Form::kJson) {
+    wrong->message = "the configuration is for " + EchoText(names->generation) + " " +
+                     EchoText(names->tile) + " (its \"arch\" and \"tile\" say so), not for " +
+                     generation + " " + tile;
+  }
+  wrong->line = line;
+  wrong->hint = Hint::kForce;
+  return wrong;
+}
+
+}  // namespace
+
+std::vector<Diagnostic> Configuration::Patch(std::string_view listing, bool force,
+                                             const ReportLimits& limits) {
+  const SparseResult delta = ReadSparse(listing, layout(), naming_->Resolver(), limits);
+  if (!force) {
+    if (std::optional<Diagnostic> wrong = ForeignNames(delta.header, Form::kListing, 1, *this)) {
+      return {*wrong};
+    }
+  }
+  if (!delta.ok()) return delta.errors;
+  Apply(delta);
+  return {};
+}
+
+std::optional<BitPlace> Configuration::Place(uint64_t bit) const {
+  if (bit >= layout().bits()) return std::nullopt;
+  return layout().PlaceOfBit(static_cast<uint32_t>(bit));
+}
+
+std::string Configuration::Outside(std::string_view bit) const {
+  return "bit " + EchoText(bit) + " lies outside " + Describe() + ", which has bits 0 to " +
+         std::to_string(layout().bits() - 1);
+}
+
+std::optional<std::string> Configuration::CanCompare(const Configuration& other) const {
+  if (record_ == other.record_) return std::nullopt;
+  return "cannot compare " + Describe() + " with " + other.Describe();
+}
+
+std::vector<LeafChange> Configuration::Compare(const Configuration& other) const {
+  return CompareConfigurations(values_, other.values_);
+}
+
+std::string Configuration::ToBits() const { return record_->WriteBits(values_); }
+
+std::vector<uint8_t> Configuration::ToBytes() const { return record_->WriteBytes(values_); }
+
+std::string Configuration::ToListing(bool all, bool codes) const {
+  return WriteSparse(layout(), values_, {HeaderLine()}, all, codes ? nullptr : naming_);
+}
+
+std::string Configuration::ToTree(bool codes, bool nonzero) const {
+  std::string tree = record_->WriteTree(values_);
+  if (!codes) tree = naming_->NameTree(tree, values_);
+  return nonzero ? NonzeroTree(tree) : tree;
+}
+
+std::string Configuration::ToJson(bool all, bool codes) const {
+  return ConfigurationToJson(*this, all, codes).dump(2) + "\n";
+}
+
+// ---------------------------------------------------------------------------------------------
+// Reading.
+
+struct ConfigurationReader {
+  std::string_view data;
+  const ReadRequest& request;
+  ReadResult result;
+
+  ReadResult Usage(std::string message, Hint hint = Hint::kNone) {
+    result.fault = Fault::kUsage;
+    result.errors.push_back({0, 0, std::move(message), hint});
+    return std::move(result);
+  }
+  ReadResult Data(std::vector<Diagnostic> errors) {
+    result.fault = Fault::kData;
+    result.errors = std::move(errors);
+    return std::move(result);
+  }
+
+  ReadResult Read() {
+    // The caller's choice, checked first: the input's length may tell bits from bytes.
+    std::optional<ArchVersion> version;
+    const TileType* tile = nullptr;
+    if (!request.generation.empty()) {
+      version = FindGeneration(request.generation);
+      if (!version.has_value()) return Usage(UnknownGeneration(request.generation));
+    }
+    if (!request.tile.empty()) {
+      tile = FindTileType(request.tile);
+      if (tile == nullptr) return Usage(UnknownTile(request.tile));
+    }
+    uint32_t tile_bits = 0;
+    if (version.has_value() && tile != nullptr) {
+      if (const TileRecord* record = SharedTileRecord(*version, *tile)) {
+        tile_bits = record->layout().bits();
+      }
+    }
+    result.kind = InspectInput(data, request.form, tile_bits);
+
+    JsonConfiguration json;
+    if (result.kind.form == Form::kJson) {
+      json = ReadJsonConfiguration(data);
+      if (!json.errors.empty()) return Data(std::move(json.errors));
+      result.kind.names = json.names;
+    }
+    const std::optional<ListingHeader>& names = result.kind.names;
+    const size_t names_line = result.kind.form == Form::kJson ? json.names_line : 1;
+
+    // What the input names, where the caller chose nothing.
+    if (!version.has_value()) {
+      if (!names.has_value()) {
+        return Usage("the generation is named neither by the caller nor by the input",
+                     Hint::kNoGeneration);
+      }
+      version = FindGeneration(names->generation);
+      if (!version.has_value()) {
+        return Data({{names_line, 0, UnknownGeneration(names->generation)}});
+      }
+    }
+    if (tile == nullptr) {
+      if (!names.has_value()) {
+        return Usage("the tile is named neither by the caller nor by the input", Hint::kNoTile);
+      }
+      tile = FindTileType(names->tile);
+      if (tile == nullptr) return Data({{names_line, 0, UnknownTile(names->tile)}});
+    }
+    std::optional<Configuration> configuration = Configuration::Zero(*version, *tile);
+    if (!configuration.has_value()) {
+      const std::string message = GenerationLabel(*version) + " has no tile records";
+      if (request.generation.empty()) return Data({{names_line, 0, message}});
+      return Usage(message);
+    }
+    if (!request.force) {
+      if (std::optional<Diagnostic> wrong =
+              ForeignNames(names, result.kind.form, names_line, *configuration)) {
+        return Data({*wrong});
+      }
+    }
+
+    std::vector<Diagnostic> errors;
+    switch (result.kind.form) {
+      case Form::kBits:
+      case Form::kBytes:
+        errors = ReadBitString(*configuration);
+        break;
+      case Form::kListing: {
+        SparseResult read = ReadSparse(data, configuration->layout(),
+                                       configuration->naming().Resolver(), request.limits);
+        errors = std::move(read.errors);
+        if (errors.empty()) configuration->values_ = std::move(read.values);
+        break;
+      }
+      case Form::kJson:
+        errors = ReadJsonValues(json, *configuration);
+        break;
+    }
+    if (!errors.empty()) return Data(std::move(errors));
+    result.configuration = std::move(configuration);
+    return std::move(result);
+  }
+
+  std::vector<Diagnostic> ReadBitString(Configuration& configuration) {
+    const TileRecord& record = configuration.record();
+    const bool bytes = result.kind.form == Form::kBytes;
+    const size_t expected = record.layout().bits();
+    BitsResult bits = bytes ? ReadBitBytes(data, expected, record.Describe())
+                            : ReadBitText(data, expected, record.Describe());
+    if (!bits.ok()) {
+      // A length of another tile's: say whose.
+      Diagnostic& first = bits.errors.front();
+      if (first.line == 0) {
+        const size_t count = bytes ? data.size() : bits.bits.size();
+        if (bytes ? count != (expected + 7) / 8 : count != expected) {
+          first.message += LengthOwner(count, bytes);
+        }
+      }
+      return std::move(bits.errors);
+    }
+    configuration.values_ = configuration.record_->ReadBits(bits.bits);
+    return {};
+  }
+
+  // The values of a configuration's JSON, through the listing's own reading of "path = value"
+  // lines (its numbers, widths and complaints), each complaint put back on the JSON's line; then
+  // every name beside a value checked against it.
+  std::vector<Diagnostic> ReadJsonValues(const JsonConfiguration& json,
+                                         Configuration& configuration) {
+    std::vector<Diagnostic> errors;
+    const Layout& layout = configuration.layout();
+    if (json.record.has_value() && *json.record != layout.record()) {
+      errors.push_back({json.names_line, 0,
+                        "\"record\" is " + EchoText(*json.record) + ", but the tile's record is " +
+                            layout.record()});
+    }
+    if (json.bits.has_value() && *json.bits != layout.bits()) {
+      errors.push_back({json.names_line, 0,
+                        "\"bits\" is " + std::to_string(*json.bits) + ", but " +
+                            configuration.Describe() + " has " + std::to_string(layout.bits())});
+    }
+    if (!errors.empty()) return errors;
+    std::string listing;
+    std::vector<size_t> lines;  // the JSON's line of each line of the listing
+    listing.reserve(json.leaves.size() * 48);
+    lines.reserve(json.leaves.size());
+    for (const JsonLeaf& leaf : json.leaves) {
+      const auto fail = [&](std::string message) {
+        errors.push_back({leaf.line, 0, std::move(message)});
+      };
+      if (leaf.path.find_first_of("=#\r\n") != std::string::npos) {
+        fail(layout.NotALeaf(leaf.path, false));
+        continue;
+      }
+      if (!IsValueText(leaf.value)) {
+        fail("value '" + EchoText(leaf.value) + "' of " + EchoText(leaf.path) +
+             " is neither a number (decimal or 0x hexadecimal) nor an enumerant name");
+        continue;
+      }
+      if (const std::optional<size_t> index = layout.Find(leaf.path)) {
+        const Leaf& known = layout.leaves()[*index];
+        if ((leaf.offset.has_value() && *leaf.offset != known.offset) ||
+            (leaf.width.has_value() && *leaf.width != known.width)) {
+          fail(leaf.path + " lies at bits " + std::to_string(known.offset) + ".." +
+               std::to_string(known.offset + known.width - 1) +
+               " of the tile, not where the JSON says");
+          continue;
+        }
+      }
+      listing += leaf.path;
+      listing += " = ";
+      listing += leaf.value;
+      listing += '\n';
+      lines.push_back(leaf.line);
+    }
+    if (!errors.empty()) return errors;
+    SparseResult read =
+        ReadSparse(listing, layout, configuration.naming().Resolver(), request.limits);
+    for (Diagnostic& error : read.errors) {
+      error.line = error.line >= 1 && error.line <= lines.size() ? lines[error.line - 1] : 0;
+      error.column = 0;
+    }
+    if (!read.ok()) return std::move(read.errors);
+    // The value wins over the name beside it, which must agree with it.
+    const Naming& naming = configuration.naming();
+    for (const JsonLeaf& leaf : json.leaves) {
+      if (!leaf.name.has_value()) continue;
+      const size_t index = *layout.Find(leaf.path);
+      const uint64_t value = read.values[index];
+      const NamedValue named = naming.Resolve(index, *leaf.name);
+      if (!named.value.has_value()) {
+        errors.push_back({leaf.line, 0, "the name of " + leaf.path + ": " + named.error});
+      } else if (*named.value != value) {
+        errors.push_back({leaf.line, 0,
+                          "the name of " + leaf.path + ", " + EchoText(*leaf.name) + ", is " +
+                              Hex(*named.value) + ", but its value is " + Hex(value)});
+      }
+    }
+    if (!errors.empty()) return errors;
+    configuration.values_ = std::move(read.values);
+    return {};
+  }
+};
+
+ReadResult Configuration::Read(std::string_view data, const ReadRequest& request) {
+  ConfigurationReader reader{data, request, {}};
+  return reader.Read();
+}
+
+}  // namespace archspec

@@ -1,0 +1,67 @@
+// The JSON of configurations, layouts, comparisons and findings: written in one place for the
+// tool and the decoder page (and taken apart into the Python package's dicts), and the reading of
+// a configuration's JSON back. Not installed: the installed headers need no JSON library, and a
+// program outside the project writes and reads JSON through Configuration (ToJson, Read).
+//
+// Values are strings of 0x hexadecimal: a JSON number loses precision above 2^53 in most readers.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "Configuration.h"
+
+namespace archspec {
+
+// {"arch", "tile", "record", "bits"}: the head of every JSON document about a configuration.
+nlohmann::json ConfigurationHead(const Configuration& configuration);
+// {"path", "offset", "width", "value", "type"?, "name"?} of leaf `leaf`; the name where the
+// value has one and `codes` is false.
+nlohmann::json LeafToJson(const Configuration& configuration, size_t leaf, bool codes);
+// The head and "leaves": the non-zero leaves, or with `all` every leaf, in bit order.
+nlohmann::json ConfigurationToJson(const Configuration& configuration, bool all, bool codes);
+// {"arch", "tile", "record", "bits", "leaves": [{path, name, parent, offset, width, reg_lo,
+// reg_hi?, registers, type?}], "branches": [{path, name, parent?, offset, bits, registers,
+// elements?}]}: the layout of a configuration's tile, branches before what they hold.
+nlohmann::json LayoutToJson(const Configuration& configuration);
+// The head, the inputs' names, "leaf_count", "differing" and "differences": [{path, offset,
+// width, a, b, type?, a_name?, b_name?}].
+nlohmann::json ComparisonToJson(const Configuration& a, const Configuration& b,
+                                const std::vector<LeafChange>& changes, std::string_view a_name,
+                                std::string_view b_name, bool codes);
+// The head, the input's name as "file", and "findings": [{path, offset, width, value, type,
+// nearest: [{name, code}]}].
+nlohmann::json FindingsToJson(const Configuration& configuration,
+                              const std::vector<Finding>& findings, std::string_view file);
+
+// One leaf of a configuration's JSON as read: the value as a listing writes it.
+struct JsonLeaf {
+  std::string path;
+  std::string value;  // "0x1a", or a JSON number written in decimal
+  std::optional<std::string> name;
+  std::optional<uint64_t> offset;
+  std::optional<uint64_t> width;
+  size_t line = 0;  // where its "path" stands
+};
+
+// A configuration's JSON as read, before it meets a tile.
+struct JsonConfiguration {
+  std::optional<ListingHeader> names;  // "arch" and "tile"
+  size_t names_line = 1;               // where "arch" stands
+  std::optional<std::string> record;
+  std::optional<uint64_t> bits;
+  std::vector<JsonLeaf> leaves;
+  std::vector<Diagnostic> errors;  // a fault of syntax or shape; the rest is not read then
+};
+
+// Reads the JSON that ConfigurationToJson writes, in one streaming pass. JSON of a comparison, a
+// layout or findings is refused with what it is.
+JsonConfiguration ReadJsonConfiguration(std::string_view text);
+
+}  // namespace archspec
