@@ -19,7 +19,8 @@
 #include <vector>
 
 #include "AccessorsJson.h"
-#include "BitText.h"
+#include "Configuration.h"
+#include "ConfigurationJson.h"
 #include "Delta.h"
 #include "Diagnostic.h"
 #include "Layout.h"
@@ -28,7 +29,6 @@
 #include "PathForm.h"
 #include "Sparse.h"
 #include "Tile.h"
-#include "TreeText.h"
 #include "compiler/arch_spec/ArchVersion.h"
 #include "compiler/arch_spec/gen/GenerationTable.h"
 
@@ -202,33 +202,16 @@ const TileType& FindTile(const std::string& name) {
   return *tile;
 }
 
-// The record of a tile of a generation, made once per process and shared by every Tile of it:
-// a tile's values are its own, the record only carries them through Parse and Build.
-TileRecord& SharedRecord(const Generation& generation, const TileType& tile) {
-  static std::map<std::pair<const GenerationRow*, const TileType*>, std::unique_ptr<TileRecord>>
-      records;
-  std::unique_ptr<TileRecord>& record = records[{&generation.row(), &tile}];
-  if (record == nullptr) {
-    record = TileRecord::Create(generation.row().version, tile);
-    if (record == nullptr) {
-      throw py::value_error(generation.Label() + " has no tile records");
-    }
-  }
-  return *record;
-}
-
 // Every complaint about an input, one a line, each naming its place as the tool does
-// ("listing:3: error: ..."), in Python's terms where the tool's speak of its options.
+// ("listing:3: error: ..."), with Python's words where the tooling leaves room for a face's.
 std::string Messages(std::string_view input, const std::vector<Diagnostic>& errors) {
-  static constexpr std::string_view kToolHint = "(a file of packed bytes needs --bytes)";
   std::string out;
-  for (const Diagnostic& error : errors) {
+  for (Diagnostic error : errors) {
     if (!out.empty()) out += "\n";
-    std::string line = FormatDiagnostic(input, error);
-    if (const size_t at = line.find(kToolHint); at != std::string::npos) {
-      line.replace(at, kToolHint.size(), "(packed bytes are read by tile_from_bytes)");
-    }
-    out += line;
+    if (error.hint == Hint::kForce) error.message += "; force=True reads it anyway";
+    if (error.hint == Hint::kPackedBytes)
+      error.message += " (packed bytes are read by tile_from_bytes)";
+    out += FormatDiagnostic(input, error);
   }
   return out;
 }
@@ -241,90 +224,101 @@ std::shared_ptr<Generation> Checked(std::shared_ptr<Generation> generation) {
   return generation;
 }
 
-// One configuration of a tile: a value per leaf of its layout, in bit order.
+// An int as a complaint shows it: its digits, or for one too long to write out (Python refuses
+// to write more than a few thousand digits), its size.
+std::string IntText(const py::int_& value) {
+  const size_t bits = py::int_(value.attr("bit_length")()).cast<size_t>();
+  const bool negative = value < py::int_(0);
+  if (bits <= 256) return py::str(py::object(value)).cast<std::string>();
+  return std::string(negative ? "-" : "") + "2**" + std::to_string(bits - 1) + "...";
+}
+
+// One configuration of a tile, with the Generation whose answers it was made with.
 class Tile {
  public:
   Tile(std::shared_ptr<Generation> generation, const TileType& tile)
-      : generation_(Checked(std::move(generation))),
-        tile_(tile),
-        record_(&SharedRecord(*generation_, tile)),
-        values_(record_->layout().leaves().size(), 0) {}
+      : generation_(Checked(std::move(generation))), config_(Zero(*generation_, tile)) {}
+  Tile(std::shared_ptr<Generation> generation, Configuration config)
+      : generation_(Checked(std::move(generation))), config_(std::move(config)) {}
 
-  static Tile FromBits(std::shared_ptr<Generation> generation, const std::string& tile_name,
-                       const std::string& text) {
-    return FromBitString(std::move(generation), tile_name, "bit text", text, &ReadBitText);
-  }
-
-  static Tile FromBytes(std::shared_ptr<Generation> generation, const std::string& tile_name,
-                        const py::bytes& data) {
-    return FromBitString(std::move(generation), tile_name, "bytes", std::string(data),
-                         &ReadBitBytes);
-  }
-
-  // A listing read for this tile, refused as the tool refuses it when its header names another
-  // generation or tile, unless `force`.
-  static Tile FromSparse(std::shared_ptr<Generation> generation, const std::string& tile_name,
-                         const std::string& listing, bool force) {
-    Tile tile(std::move(generation), FindTile(tile_name));
-    const Generation& g = *tile.generation_;
-    // Names are read as the tool reads them: a name of another type than its leaf's is refused.
-    SparseResult read = ReadSparse(listing, tile.layout(), tile.naming().Resolver());
-    if (!force) {
-      if (std::optional<Diagnostic> wrong =
-              CheckListingHeader(read.header, g.row().product_name, tile.tile_.name)) {
-        wrong->message += "; force=True reads it anyway";
-        throw py::value_error(Messages("listing", {*wrong}));
+  // A configuration read from `data` in the form `form` ("bits", "bytes", "listing", "json", or
+  // None to tell it from the data), of the generation and tile given or, where one is None, those
+  // that the input names; an input that names another generation or tile is refused unless
+  // `force`. `what` names the input in complaints.
+  static Tile Read(std::shared_ptr<Generation> generation, const std::optional<std::string>& tile,
+                   const std::string& data, const std::optional<std::string>& form, bool force,
+                   const std::string& what) {
+    ReadRequest request;
+    request.force = force;
+    if (generation != nullptr) request.generation = generation->row().product_name;
+    if (tile.has_value()) request.tile = FindTile(*tile).name;
+    if (form.has_value()) {
+      for (Form f : {Form::kBits, Form::kBytes, Form::kListing, Form::kJson}) {
+        if (*form == FormName(f)) request.form = f;
+      }
+      if (!request.form.has_value()) {
+        throw py::value_error("unknown form '" + EchoText(*form) +
+                              "'; the forms are bits, bytes, listing and json");
       }
     }
-    if (!read.ok()) throw py::value_error(Messages("listing", read.errors));
-    tile.values_ = std::move(read.values);
-    return tile;
+    ReadResult read = Configuration::Read(data, request);
+    if (!read.ok()) {
+      const Diagnostic& first = read.errors.front();
+      if (first.hint == Hint::kNoGeneration) {
+        throw py::value_error(what + " names no generation: give one, archspec.generation(name)");
+      }
+      if (first.hint == Hint::kNoTile) {
+        throw py::value_error(what + " names no tile: give one, " + TileNames("or"));
+      }
+      throw py::value_error(read.fault == Fault::kUsage ? first.message
+                                                        : Messages(what, read.errors));
+    }
+    if (generation == nullptr) {
+      generation = GenerationNamed(read.configuration->version().to_product_name_string());
+    }
+    return Tile(std::move(generation), std::move(*read.configuration));
   }
 
-  const Layout& layout() const { return record_->layout(); }
-  // The tile's leaves seen through their field types, on its generation.
-  const Naming& naming() const { return *Naming::Of(*record_); }
+  const Configuration& config() const { return config_; }
+  const Layout& layout() const { return config_.layout(); }
+  const Naming& naming() const { return config_.naming(); }
   const Generation& generation() const { return *generation_; }
   std::shared_ptr<Generation> generation_ptr() const { return generation_; }
-  const TileType& tile() const { return tile_; }
+  const TileType& tile() const { return config_.tile(); }
 
   // The leaf of `path`, or a KeyError that says what the path names instead.
   size_t LeafOf(const std::string& path) const {
-    if (const std::optional<size_t> leaf = layout().Find(path)) return *leaf;
+    if (const std::optional<size_t> leaf = config_.Find(path)) return *leaf;
     throw py::key_error(layout().NotALeaf(path, true));
   }
 
-  uint64_t Get(const std::string& path) const { return values_[LeafOf(path)]; }
+  uint64_t Get(const std::string& path) const { return config_.value(LeafOf(path)); }
 
   // Stores a value given as an int or as the name of an enumerant of the generation.
   void Set(const std::string& path, const py::handle& value) {
     const size_t leaf = LeafOf(path);
     const Leaf& where = layout().leaves()[leaf];
-    uint64_t number;
     if (py::isinstance<py::str>(value)) {
       const std::string name = value.cast<std::string>();
-      number = generation_->Code(name);  // KeyError or NotAnswered for a name it does not answer
-      const NamedValue typed = naming().Resolve(leaf, name);
-      if (!typed.value.has_value()) {
-        throw py::value_error(path + " = " + EchoText(name) + ": " + typed.error);
+      if (name.empty()) {
+        throw py::key_error("no enumerant named '' (an empty name) for " + path);
       }
-    } else if (py::isinstance<py::int_>(value)) {
-      const py::int_ integer = py::reinterpret_borrow<py::int_>(value);
-      if (integer < py::int_(0)) {
-        throw py::value_error(ValueNegative(py::str(value).cast<std::string>(), where));
+      generation_->Code(name);  // KeyError or NotAnswered for a name it does not answer
+      if (const std::optional<std::string> error = config_.Set(path, name)) {
+        throw py::value_error(path + " = " + EchoText(name) + ": " + *error);
       }
-      if (py::int_(integer.attr("bit_length")()).cast<uint64_t>() > where.width) {
-        throw py::value_error(ValueTooWide(EchoText(py::str(value).cast<std::string>()), where));
-      }
-      number = integer.cast<uint64_t>();
-    } else {
+      return;
+    }
+    if (!py::isinstance<py::int_>(value) || py::isinstance<py::bool_>(value)) {
       throw py::type_error("the value of " + path + " must be an int or an enumerant name, not " +
                            py::str(py::type::of(value).attr("__name__")).cast<std::string>());
     }
-    if (number > MaxValue(where.width)) {
-      throw py::value_error(ValueTooWide(std::to_string(number), where));
+    const py::int_ integer = py::reinterpret_borrow<py::int_>(value);
+    if (integer < py::int_(0)) throw py::value_error(ValueNegative(IntText(integer), where));
+    if (py::int_(integer.attr("bit_length")()).cast<uint64_t>() > where.width) {
+      throw py::value_error(ValueTooWide(IntText(integer), where));
     }
-    values_[leaf] = number;
+    config_.SetValue(leaf, integer.cast<uint64_t>());
   }
 
   // What a path that is not a leaf names: (is an array, elements, members, offset, width, first
@@ -345,22 +339,10 @@ class Tile {
     return py::make_tuple(leaf.offset, leaf.width);
   }
 
-  std::string ToBits() { return record_->WriteBits(values_); }
-  py::bytes ToBytes() {
-    const std::vector<uint8_t> bytes = record_->WriteBytes(values_);
+  std::string ToBits() const { return config_.ToBits(); }
+  py::bytes ToBytes() const {
+    const std::vector<uint8_t> bytes = config_.ToBytes();
     return py::bytes(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-  }
-  // The listing as `archspec decode --format sparse` writes it: codes by name unless `codes`.
-  std::string ToSparse(bool codes) const {
-    return WriteSparse(layout(), values_, {record_->ListingHeaderLine()}, false,
-                       codes ? nullptr : &naming());
-  }
-  // The printed tree, cut down to the non-zero leaves and what holds them with `nonzero`, as
-  // `archspec decode --nonzero` prints it.
-  std::string ToTree(bool codes, bool nonzero) {
-    std::string tree = record_->WriteTree(values_);
-    if (!codes) tree = naming().NameTree(tree, values_);
-    return nonzero ? NonzeroTree(tree) : tree;
   }
 
   // The enumeration type of the leaf at `path`, or None.
@@ -373,14 +355,17 @@ class Tile {
   // code of its type, as `archspec check` lists them.
   py::list Check() const {
     py::list out;
-    for (const Finding& finding : naming().Check(values_)) {
-      const Leaf& leaf = layout().leaves()[finding.leaf];
+    const nlohmann::json findings = FindingsToJson(config_, config_.Check(), "")["findings"];
+    for (const nlohmann::json& row : findings) {
       py::list nearest;
-      for (const EnumName& name : finding.nearest) {
-        nearest.append(py::make_tuple(std::string(name.name), name.code));
+      for (const nlohmann::json& name : row["nearest"]) {
+        nearest.append(py::make_tuple(name["name"].get<std::string>(),
+                                      std::stoull(name["code"].get<std::string>(), nullptr, 16)));
       }
-      out.append(py::make_tuple(leaf.path, leaf.offset, leaf.width, finding.value,
-                                std::string(finding.type->name()), nearest));
+      out.append(py::make_tuple(row["path"].get<std::string>(), row["offset"].get<uint32_t>(),
+                                row["width"].get<uint32_t>(),
+                                std::stoull(row["value"].get<std::string>(), nullptr, 16),
+                                row["type"].get<std::string>(), nearest));
     }
     return out;
   }
@@ -392,26 +377,18 @@ class Tile {
     return paths;
   }
 
-  py::list LayoutRows() const {
-    py::list rows;
-    for (const Leaf& leaf : layout().leaves()) {
-      rows.append(py::make_tuple(leaf.path, leaf.offset, leaf.width, leaf.reg_lo,
-                                 leaf.reg_hi.has_value() ? py::cast(*leaf.reg_hi) : py::none()));
-    }
-    return rows;
-  }
+  // The layout as `archspec layout --json` gives it.
+  py::object LayoutJson() const { return ToPython(LayoutToJson(config_)); }
 
   // The leaf that holds `bit`, which bit of its value that is, and which register word.
   py::tuple Where(const py::int_& position) const {
-    if (position < py::int_(0) || position >= py::int_(layout().bits())) {
-      throw py::index_error("bit " + EchoText(py::str(py::object(position)).cast<std::string>()) +
-                            " lies outside " + record_->Describe() + ", which has bits 0 to " +
-                            std::to_string(layout().bits() - 1));
-    }
-    const BitPlace place = *layout().PlaceOfBit(position.cast<uint32_t>());
-    const Leaf& leaf = layout().leaves()[place.leaf];
-    return py::make_tuple(leaf.path, leaf.offset, leaf.width, place.value_bit, place.reg,
-                          place.register_bit);
+    const bool inside = position >= py::int_(0) && position < py::int_(layout().bits());
+    const std::optional<BitPlace> place =
+        inside ? config_.Place(position.cast<uint64_t>()) : std::nullopt;
+    if (!place.has_value()) throw py::index_error(config_.Outside(IntText(position)));
+    const Leaf& leaf = layout().leaves()[place->leaf];
+    return py::make_tuple(leaf.path, leaf.offset, leaf.width, place->value_bit, place->reg,
+                          place->register_bit);
   }
 
   // {path: value} in bit order, of every leaf or of those not 0; `paths` is Paths(), which the
@@ -419,11 +396,12 @@ class Tile {
   // With `names`, a typed leaf's value is the name of its code where it has one.
   py::dict Values(const py::tuple& paths, bool nonzero_only, bool names) const {
     py::dict out;
-    for (size_t i = 0; i < values_.size(); ++i) {
-      if (nonzero_only && values_[i] == 0) continue;
-      const std::string_view name = names ? naming().ShownName(i, values_[i]) : "";
+    const std::vector<uint64_t>& values = config_.values();
+    for (size_t i = 0; i < values.size(); ++i) {
+      if (nonzero_only && values[i] == 0) continue;
+      const std::string_view name = names ? naming().ShownName(i, values[i]) : "";
       if (name.empty()) {
-        out[paths[i]] = py::int_(values_[i]);
+        out[paths[i]] = py::int_(values[i]);
       } else {
         out[paths[i]] = py::str(name.data(), name.size());
       }
@@ -432,40 +410,31 @@ class Tile {
   }
 
   py::list Diff(const Tile& other) const {
-    if (&other.layout() != &layout() || other.generation_ != generation_) {
-      throw py::value_error("cannot compare " + Describe() + " with " + other.Describe());
+    if (const std::optional<std::string> error = config_.CanCompare(other.config_)) {
+      throw py::value_error(*error);
     }
     py::list out;
-    for (const LeafChange& change : CompareConfigurations(values_, other.values_)) {
+    for (const LeafChange& change : config_.Compare(other.config_)) {
       out.append(py::make_tuple(layout().leaves()[change.leaf].path, change.from, change.to));
     }
     return out;
   }
 
   bool Equals(const Tile& other) const {
-    return other.generation_ == generation_ && &other.tile_ == &tile_ && other.values_ == values_;
+    return other.generation_ == generation_ && other.config_ == config_;
   }
 
-  std::string Describe() const { return std::string(tile_.name) + " of " + generation_->Label(); }
-  const std::vector<uint64_t>& values() const { return values_; }
+  std::string Describe() const { return std::string(tile().name) + " of " + generation_->Label(); }
 
  private:
-  // A tile read from one of the two forms of a bit string, checked by the tooling layer's reader
-  // of that form (`read`), which names the position of what is wrong.
-  static Tile FromBitString(std::shared_ptr<Generation> generation, const std::string& tile_name,
-                            std::string_view form, std::string_view input,
-                            BitsResult (*read)(std::string_view, size_t, std::string_view)) {
-    Tile tile(std::move(generation), FindTile(tile_name));
-    const BitsResult bits = read(input, tile.layout().bits(), tile.record_->Describe());
-    if (!bits.ok()) throw py::value_error(Messages(form, bits.errors));
-    tile.values_ = tile.record_->ReadBits(bits.bits);
-    return tile;
+  static Configuration Zero(const Generation& generation, const TileType& tile) {
+    std::optional<Configuration> config = Configuration::Zero(generation.row().version, tile);
+    if (!config.has_value()) throw py::value_error(generation.Label() + " has no tile records");
+    return std::move(*config);
   }
 
   std::shared_ptr<Generation> generation_;
-  const TileType& tile_;
-  TileRecord* record_;
-  std::vector<uint64_t> values_;
+  Configuration config_;
 };
 
 }  // namespace
@@ -526,22 +495,13 @@ PYBIND11_MODULE(_core, m) {
       .def("fields_of",
            [](Generation& g, const std::string& type) {
              // {tile: [path]} of the leaves of each tile that take `type`.
-             if (Enumerations::Of(g.row().version)->Find(type) == nullptr) {
+             py::dict out;
+             for (const auto& [tile, paths] : FieldsOfType(g.row().version, type)) {
+               out[py::str(tile->name)] = paths;
+             }
+             if (out.empty()) {
                throw py::key_error(g.Label() + " answers no enumeration type named " +
                                    EchoText(type));
-             }
-             py::dict out;
-             for (const TileType& tile : TileTypes()) {
-               const TileRecord& record = SharedRecord(g, tile);
-               const Naming& naming = *Naming::Of(record);
-               py::list paths;
-               for (size_t i = 0; i < record.layout().leaves().size(); ++i) {
-                 const Enumeration* of = naming.TypeOf(i);
-                 if (of != nullptr && of->name() == type) {
-                   paths.append(record.layout().leaves()[i].path);
-                 }
-               }
-               out[py::str(tile.name)] = paths;
              }
              return out;
            })
@@ -551,10 +511,25 @@ PYBIND11_MODULE(_core, m) {
       .def(py::init([](std::shared_ptr<Generation> generation, const std::string& tile) {
         return Tile(std::move(generation), FindTile(tile));
       }))
-      .def_static("from_bits", &Tile::FromBits)
-      .def_static("from_bytes", &Tile::FromBytes)
-      .def_static("from_sparse", &Tile::FromSparse, py::arg("generation"), py::arg("tile"),
-                  py::arg("listing"), py::arg("force") = false)
+      .def_static("read", &Tile::Read, py::arg("generation"), py::arg("tile"), py::arg("data"),
+                  py::arg("form") = py::none(), py::arg("force") = false, py::arg("what") = "input")
+      .def_static(
+          "from_bits",
+          [](std::shared_ptr<Generation> g, const std::string& tile, const std::string& text) {
+            return Tile::Read(Checked(std::move(g)), tile, text, "bits", false, "bit text");
+          })
+      .def_static(
+          "from_bytes",
+          [](std::shared_ptr<Generation> g, const std::string& tile, const py::bytes& data) {
+            return Tile::Read(Checked(std::move(g)), tile, data, "bytes", false, "bytes");
+          })
+      .def_static(
+          "from_sparse",
+          [](std::shared_ptr<Generation> g, const std::string& tile, const std::string& listing,
+             bool force) {
+            return Tile::Read(Checked(std::move(g)), tile, listing, "listing", force, "listing");
+          },
+          py::arg("generation"), py::arg("tile"), py::arg("listing"), py::arg("force") = false)
       .def_property_readonly("generation", &Tile::generation_ptr)
       .def_property_readonly("tile", [](const Tile& t) { return t.tile().name; })
       .def_property_readonly("record", [](const Tile& t) { return t.layout().record(); })
@@ -566,12 +541,22 @@ PYBIND11_MODULE(_core, m) {
       .def("span", &Tile::Span)
       .def("to_bits", &Tile::ToBits)
       .def("to_bytes", &Tile::ToBytes)
-      .def("to_sparse", &Tile::ToSparse, py::arg("codes") = false)
-      .def("to_tree", &Tile::ToTree, py::arg("codes") = false, py::arg("nonzero") = false)
+      .def(
+          "to_sparse",
+          [](const Tile& t, bool codes, bool all) { return t.config().ToListing(all, codes); },
+          py::arg("codes") = false, py::arg("all") = false)
+      .def(
+          "to_tree",
+          [](const Tile& t, bool codes, bool nonzero) { return t.config().ToTree(codes, nonzero); },
+          py::arg("codes") = false, py::arg("nonzero") = false)
+      .def(
+          "to_json",
+          [](const Tile& t, bool codes, bool all) { return t.config().ToJson(all, codes); },
+          py::arg("codes") = false, py::arg("all") = false)
       .def("type_of", &Tile::TypeOf)
       .def("check", &Tile::Check)
       .def("paths", &Tile::Paths)
-      .def("layout", &Tile::LayoutRows)
+      .def("layout_json", &Tile::LayoutJson)
       .def("where", &Tile::Where)
       .def("values", &Tile::Values)
       .def("diff", &Tile::Diff)

@@ -17,12 +17,11 @@
 
 #include <nlohmann/json.hpp>
 
-#include "BitText.h"
-#include "Delta.h"
+#include "Configuration.h"
+#include "ConfigurationJson.h"
 #include "Diagnostic.h"
-#include "Layout.h"
+#include "Files.h"
 #include "Names.h"
-#include "Sparse.h"
 #include "Tile.h"
 #include "compiler/arch_spec/ArchSpec.h"
 #include "compiler/arch_spec/ArchVersion.h"
@@ -33,10 +32,8 @@ namespace {
 using zu::spec::ArchVersion;
 
 struct Session {
-  std::unique_ptr<TileRecord> record;
-  const Naming* names = nullptr;  // the tile's leaves seen through their field types
-  std::vector<uint64_t> values;   // one per leaf
-  std::vector<uint8_t> bytes;     // the last packed form asked for, which the page copies
+  std::optional<Configuration> configuration;
+  std::vector<uint8_t> bytes;  // the last packed form asked for, which the page copies
 };
 
 Session& Current() {
@@ -45,12 +42,18 @@ Session& Current() {
 }
 
 // "archspec: error: ..." for complaints about the choice of generation and tile, as the tool
-// prints them; "NAME:LINE: error: ..." for those about the input.
+// prints them; "NAME:LINE: error: ..." for those about the input, with the tool's words where the
+// tooling leaves room for a face's.
 std::string ToolError(const std::string& message) { return "archspec: error: " + message; }
 
 std::string Report(const std::string& name, const std::vector<Diagnostic>& errors) {
   std::string out;
-  for (const Diagnostic& error : errors) out += FormatDiagnostic(name, error) + "\n";
+  for (Diagnostic error : errors) {
+    if (error.hint == Hint::kForce) error.message += "; --force reads it anyway";
+    if (error.hint == Hint::kPackedBytes)
+      error.message += " (a file of packed bytes needs --bytes)";
+    out += FormatDiagnostic(name, error) + "\n";
+  }
   return out;
 }
 
@@ -58,9 +61,7 @@ std::string Report(const std::string& name, const std::vector<Diagnostic>& error
 // is all zeros. Empty on success, else the tool's complaint.
 std::string Open(const std::string& arch, const std::string& tile_name) {
   Session& session = Current();
-  session.record.reset();
-  session.names = nullptr;
-  session.values.clear();
+  session.configuration.reset();
   std::string error;
   const ArchVersion version = ArchVersion::expect_parse(arch, error);
   if (version.major == 0) return ToolError(error);
@@ -70,40 +71,59 @@ std::string Open(const std::string& arch, const std::string& tile_name) {
   }
   zu::spec::ArchSpec::reset();
   zu::spec::ArchSpec::set_arch(version);
-  session.record = TileRecord::Create(version, *tile);
-  if (session.record == nullptr)
-    return ToolError(GenerationLabel(version) + " has no tile records");
-  session.names = Naming::Of(*session.record);
-  session.values.assign(session.record->layout().leaves().size(), 0);
+  session.configuration = Configuration::Zero(version, *tile);
+  if (!session.configuration) return ToolError(GenerationLabel(version) + " has no tile records");
   return "";
 }
 
-// Reads `data` as the open tile's configuration: `form` is "bits" (the text form), "bytes" (the
-// packed form) or "sparse" (a listing, refused if its header names another generation or tile).
-// `name` names the input in complaints. Empty on success, else the complaints, one a line; the
-// configuration is then left as it was.
+// The page's names of the forms: "sparse" is a listing.
+std::optional<Form> FormNamed(const std::string& name) {
+  if (name == "sparse" || name == "listing") return Form::kListing;
+  if (name == "bits") return Form::kBits;
+  if (name == "bytes") return Form::kBytes;
+  if (name == "json") return Form::kJson;
+  return std::nullopt;
+}
+
+// Reads `data` as the open tile's configuration, in the form `form` ("bits", "bytes", "sparse",
+// "json", or "auto" to tell it from the data), refused if it names another generation or tile, as
+// the tool reads it. `name` names the input in complaints. Empty on success, else the
+// complaints, one a line; the configuration is then left as it was.
 std::string Decode(const std::string& form, const std::string& data, const std::string& name) {
   Session& session = Current();
-  if (!session.record) return ToolError("no tile is open");
-  TileRecord& record = *session.record;
-  if (form == "sparse") {
-    // A name of another type than its leaf's is refused with the leaf's type and its names.
-    SparseResult result =
-        ReadSparse(data, record.layout(), session.names->Resolver(), ReportLimits{});
-    if (std::optional<Diagnostic> wrong = CheckListingHeader(
-            result.header, record.version().to_product_name_string(), record.tile().name)) {
-      return Report(name, {*wrong});
-    }
-    if (!result.ok()) return Report(name, result.errors);
-    session.values = std::move(result.values);
-    return "";
+  if (!session.configuration) return ToolError("no tile is open");
+  if (data.size() > kConfigurationLimit.bytes) {
+    return ToolError("cannot read " + name + ": more than " +
+                     std::to_string(kConfigurationLimit.bytes) + " bytes, the most " +
+                     kConfigurationLimit.what + " may take; stopped reading there");
   }
-  const bool bytes = form == "bytes";
-  const BitsResult bits = bytes ? ReadBitBytes(data, record.layout().bits(), record.Describe())
-                                : ReadBitText(data, record.layout().bits(), record.Describe());
-  if (!bits.ok()) return Report(name, bits.errors);
-  session.values = record.ReadBits(bits.bits);
+  ReadRequest request;
+  request.form = FormNamed(form);
+  request.generation = session.configuration->version().to_product_name_string();
+  request.tile = session.configuration->tile().name;
+  ReadResult read = Configuration::Read(data, request);
+  if (!read.ok()) {
+    if (read.fault == Fault::kUsage) return ToolError(read.errors.front().message);
+    return Report(name, read.errors);
+  }
+  session.configuration = std::move(read.configuration);
   return "";
+}
+
+// What `data` is taken for where the page is left to tell, and the generation and tile it names:
+// {form, generation?, tile?}, the form as the page names it. The page chooses that generation and
+// tile before decoding.
+std::string Inspect(const std::string& data) {
+  Session& session = Current();
+  const uint32_t bits = session.configuration ? session.configuration->layout().bits() : 0;
+  InputKind kind = InspectInput(data, std::nullopt, bits);
+  if (kind.form == Form::kJson) kind.names = ReadJsonConfiguration(data).names;
+  nlohmann::json out{{"form", kind.form == Form::kListing ? "sparse" : FormName(kind.form)}};
+  if (kind.names) {
+    out["generation"] = kind.names->generation;
+    out["tile"] = kind.names->tile;
+  }
+  return out.dump();
 }
 
 // Sets the leaves that `change` (lines of a sparse listing, "path = value" with the value a
@@ -111,26 +131,21 @@ std::string Decode(const std::string& form, const std::string& data, const std::
 // on success, else the complaints, the input named `name`; nothing is changed then.
 std::string Patch(const std::string& change, const std::string& name) {
   Session& session = Current();
-  if (!session.record) return ToolError("no tile is open");
-  TileRecord& record = *session.record;
-  const SparseResult delta =
-      ReadSparse(change, record.layout(), session.names->Resolver(), ReportLimits{});
-  if (std::optional<Diagnostic> wrong = CheckListingHeader(
-          delta.header, record.version().to_product_name_string(), record.tile().name)) {
-    return Report(name, {*wrong});
-  }
-  if (!delta.ok()) return Report(name, delta.errors);
-  session.values = ApplyDelta(std::move(session.values), delta);
-  return "";
+  if (!session.configuration) return ToolError("no tile is open");
+  return Report(name, session.configuration->Patch(change));
 }
 
 // The canonical listing of the open configuration, codes by name, as `archspec decode --format
 // sparse` writes it.
 std::string Listing() {
   Session& session = Current();
-  if (!session.record) return "";
-  return WriteSparse(session.record->layout(), session.values,
-                     {session.record->ListingHeaderLine()}, false, session.names);
+  return session.configuration ? session.configuration->ToListing() : "";
+}
+
+// The JSON of the open configuration, as `archspec decode --format json` writes it.
+std::string Json() {
+  Session& session = Current();
+  return session.configuration ? session.configuration->ToJson() : "";
 }
 
 // What `archspec check` finds: every typed leaf whose value is no code of its type, one line
@@ -138,9 +153,10 @@ std::string Listing() {
 std::string Check() {
   Session& session = Current();
   nlohmann::json out = nlohmann::json::array();
-  if (!session.record) return out.dump();
-  for (const Finding& finding : session.names->Check(session.values)) {
-    out.push_back(session.names->FindingText(finding));
+  if (!session.configuration) return out.dump();
+  const Configuration& configuration = *session.configuration;
+  for (const Finding& finding : configuration.Check()) {
+    out.push_back(configuration.naming().FindingText(finding));
   }
   return out.dump();
 }
@@ -148,15 +164,14 @@ std::string Check() {
 // The text form and a line end, as `archspec encode` and `patch` write it.
 std::string Bits() {
   Session& session = Current();
-  if (!session.record) return "";
-  return session.record->WriteBits(session.values) + "\n";
+  return session.configuration ? session.configuration->ToBits() + "\n" : "";
 }
 
 // The packed form, as a view the page copies at once.
 emscripten::val Bytes() {
   Session& session = Current();
   session.bytes.clear();
-  if (session.record) session.bytes = session.record->WriteBytes(session.values);
+  if (session.configuration) session.bytes = session.configuration->ToBytes();
   return emscripten::val(emscripten::typed_memory_view(session.bytes.size(), session.bytes.data()));
 }
 
@@ -164,54 +179,34 @@ emscripten::val Bytes() {
 // code in hexadecimal.
 std::string ValueOf(int leaf) {
   Session& session = Current();
-  if (!session.record || leaf < 0 || static_cast<size_t>(leaf) >= session.values.size()) return "";
-  const uint64_t value = session.values[leaf];
-  const std::string_view name = session.names->ShownName(static_cast<size_t>(leaf), value);
+  if (!session.configuration || leaf < 0) return "";
+  const Configuration& configuration = *session.configuration;
+  const auto index = static_cast<size_t>(leaf);
+  if (index >= configuration.values().size()) return "";
+  const uint64_t value = configuration.value(index);
+  const std::string_view name = configuration.naming().ShownName(index, value);
   return name.empty() ? Hex(value) : std::string(name);
 }
 
 // The indices of the leaves that are not zero, in bit order, for lighting the bit map.
 std::vector<int> NonZero() {
   std::vector<int> out;
-  const std::vector<uint64_t>& values = Current().values;
+  Session& session = Current();
+  if (!session.configuration) return out;
+  const std::vector<uint64_t>& values = session.configuration->values();
   for (size_t i = 0; i < values.size(); ++i) {
     if (values[i] != 0) out.push_back(static_cast<int>(i));
   }
   return out;
 }
 
-// The open tile's layout, as `archspec layout --json` gives it, with the listing's header line:
-// {arch, record, bits, header, leaves: [{path, offset, width, reg_lo, reg_hi?, type?}]}.
+// The open tile's layout, as `archspec layout --json` gives it, with the listing's header line.
 std::string LayoutJson() {
   Session& session = Current();
-  if (!session.record) return "null";
-  const Layout& layout = session.record->layout();
-  nlohmann::json leaves = nlohmann::json::array();
-  for (const Leaf& leaf : layout.leaves()) {
-    nlohmann::json entry{{"path", leaf.path},
-                         {"offset", leaf.offset},
-                         {"width", leaf.width},
-                         {"reg_lo", leaf.reg_lo}};
-    if (leaf.reg_hi) entry["reg_hi"] = *leaf.reg_hi;
-    if (const Enumeration* type = session.names->TypeOf(leaves.size())) {
-      entry["type"] = type->name();
-    }
-    leaves.push_back(std::move(entry));
-  }
-  return nlohmann::json{{"arch", session.record->version().to_product_name_string()},
-                        {"record", layout.record()},
-                        {"bits", layout.bits()},
-                        {"header", session.record->ListingHeaderLine()},
-                        {"leaves", std::move(leaves)}}
-      .dump();
-}
-
-// What the header of the listing `text` names, as {generation, tile}, or null where its first
-// line is no header: the page chooses that generation and tile before reading the listing.
-std::string HeaderOf(const std::string& text) {
-  const std::optional<ListingHeader> header = ReadListingHeader(text);
-  if (!header) return "null";
-  return nlohmann::json{{"generation", header->generation}, {"tile", header->tile}}.dump();
+  if (!session.configuration) return "null";
+  nlohmann::json out = LayoutToJson(*session.configuration);
+  out["header"] = session.configuration->HeaderLine();
+  return out.dump();
 }
 
 }  // namespace
@@ -229,5 +224,6 @@ EMSCRIPTEN_BINDINGS(archspec_decoder) {
   emscripten::function("nonZero", &archspec::NonZero);
   emscripten::function("valueOf", &archspec::ValueOf);
   emscripten::function("layout", &archspec::LayoutJson);
-  emscripten::function("headerOf", &archspec::HeaderOf);
+  emscripten::function("inspect", &archspec::Inspect);
+  emscripten::function("json", &archspec::Json);
 }

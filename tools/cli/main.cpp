@@ -30,8 +30,9 @@
 #include <nlohmann/json.hpp>
 
 #include "AccessorsJson.h"
-#include "BitText.h"
 #include "Completion.h"
+#include "Configuration.h"
+#include "ConfigurationJson.h"
 #include "Delta.h"
 #include "Diagnostic.h"
 #include "Files.h"
@@ -41,7 +42,6 @@
 #include "PathForm.h"
 #include "Sparse.h"
 #include "Tile.h"
-#include "TreeText.h"
 #include "compiler/arch_spec/ArchSpec.h"
 #include "compiler/arch_spec/ArchVersion.h"
 
@@ -136,9 +136,10 @@ const TileType& SelectTile(const std::string& name) {
   return *tile;
 }
 
-// A file's whole content, read once: a listing whose header names the tile is read again, and
-// standard input can only be read once.
-const std::string& ReadFile(const std::string& path, const InputLimit& limit) {
+// A file's whole content, read once: the operands of a command may name one file twice, and
+// standard input can only be read once. A configuration of any form fits the largest limit.
+const std::string& ReadFile(const std::string& path,
+                            const InputLimit& limit = kConfigurationLimit) {
   static std::map<std::string, std::string> read;
   if (const auto found = read.find(path); found != read.end()) return found->second;
   InputResult input = ReadInput(path, limit);
@@ -146,30 +147,15 @@ const std::string& ReadFile(const std::string& path, const InputLimit& limit) {
   return read.emplace(path, std::move(input.data)).first->second;
 }
 
-// The tile of the command: the generation of --arch and the TILE given, or where either is left
-// out, what the header of the sparse listing `listing` names (`# archspec mk43 pcu`).
-std::unique_ptr<TileRecord> OpenTile(const Options& options, const std::string& listing = "") {
-  std::string arch = options.arch;
-  std::string tile = options.tile;
-  std::string source = "--arch";
-  if ((arch.empty() || tile.empty()) && !listing.empty()) {
-    if (const std::optional<ListingHeader> header =
-            ReadListingHeader(ReadFile(listing, kListingLimit))) {
-      if (arch.empty()) {
-        arch = header->generation;
-        source = "the header of " + InputName(listing);
-      }
-      if (tile.empty()) tile = header->tile;
-    }
+// The tile of --arch and TILE, for the commands that read no configuration.
+Configuration OpenTile(const Options& options) {
+  const ArchVersion version = SelectArch(options.arch);
+  std::optional<Configuration> configuration =
+      Configuration::Zero(version, SelectTile(options.tile));
+  if (!configuration.has_value()) {
+    Fail(kBadUsage, GenerationLabel(version) + " has no tile records");
   }
-  const ArchVersion version = SelectArch(arch, source);
-  if (tile.empty()) {
-    Fail(kBadUsage, "TILE is required: " + TileNames("or") +
-                        (listing.empty() ? "" : ", unless the listing's header names it"));
-  }
-  std::unique_ptr<TileRecord> record = TileRecord::Create(version, SelectTile(tile));
-  if (record == nullptr) Fail(kBadUsage, GenerationLabel(version) + " has no tile records");
-  return record;
+  return std::move(*configuration);
 }
 
 // TILE may be left out before the files of a command where a listing's header names it: when
@@ -187,57 +173,73 @@ void PlaceOperands(Options& options, const std::vector<const char*>& files) {
   }
 }
 
+// The tool's words where the tooling's complaints leave room for them.
+std::string WithHint(const Diagnostic& diagnostic) {
+  switch (diagnostic.hint) {
+    case Hint::kForce:
+      return diagnostic.message + "; --force reads it anyway";
+    case Hint::kPackedBytes:
+      return diagnostic.message + " (a file of packed bytes needs --bytes)";
+    default:
+      return diagnostic.message;
+  }
+}
+
 [[noreturn]] void ReportAndExit(const std::string& file, const std::vector<Diagnostic>& errors) {
-  for (const Diagnostic& error : errors) std::cerr << FormatDiagnostic(file, error) << "\n";
+  for (Diagnostic error : errors) {
+    error.message = WithHint(error);
+    std::cerr << FormatDiagnostic(file, error) << "\n";
+  }
   throw Exit{kBadData};
 }
 
-// The tile's leaves seen through their field types. Every generation with records answers.
-const Naming& NamingOf(const TileRecord& record) { return *Naming::Of(record); }
-
-// A configuration from a file: the text form, the packed bytes, or a sparse listing.
-enum class InputForm { kBits, kBytes, kSparse };
-
-// The form that --bytes and --sparse say a command's input files have.
-InputForm FormOf(const Options& options) {
-  if (options.bytes) return InputForm::kBytes;
-  return options.sparse ? InputForm::kSparse : InputForm::kBits;
+// The form that --bytes and --sparse force on a command's input files; else each file's own.
+std::optional<Form> FormOf(const Options& options) {
+  if (options.bytes) return Form::kBytes;
+  if (options.sparse) return Form::kListing;
+  return std::nullopt;
 }
 
-// A sparse listing read against the tile, refused if its header names another generation or tile
-// (unless `force`).
-SparseResult LoadListing(const TileRecord& record, const std::string& path, bool force) {
-  const std::string data = ReadFile(path, kListingLimit);
-  const std::string name = InputName(path);
-  // A name of another type than its leaf's is refused with the leaf's type and its names.
-  SparseResult result =
-      ReadSparse(data, record.layout(), NamingOf(record).Resolver(), ReportLimits{});
-  if (!force) {
-    if (std::optional<Diagnostic> wrong = CheckListingHeader(
-            result.header, record.version().to_product_name_string(), record.tile().name)) {
-      wrong->message += "; --force reads it anyway";
-      ReportAndExit(name, {*wrong});
-    }
+// A configuration from a file of any form, of the generation of --arch and the TILE given, or
+// where either is left out, of what the input names (a listing's header, a JSON's "arch" and
+// "tile"), or of `like`'s, a configuration the command read before. An input that names another
+// generation or tile is refused unless --force.
+Configuration Load(const Options& options, const std::string& path, std::optional<Form> form,
+                   const Configuration* like = nullptr) {
+  ReadRequest request;
+  request.form = form;
+  request.force = options.force;
+  request.generation = options.arch;
+  request.tile = options.tile;
+  // The library's words for a generation given on the command line, and the tool's for a tile.
+  if (!options.arch.empty()) SelectArch(options.arch);
+  if (!options.tile.empty()) SelectTile(options.tile);
+  if (like != nullptr) {
+    if (request.generation.empty()) request.generation = like->version().to_product_name_string();
+    if (request.tile.empty()) request.tile = like->tile().name;
   }
-  if (!result.ok()) ReportAndExit(name, result.errors);
-  return result;
-}
-
-std::vector<uint64_t> LoadConfiguration(TileRecord& record, const std::string& path, InputForm form,
-                                        bool force = false) {
-  if (form == InputForm::kSparse) return LoadListing(record, path, force).values;
-  const bool bytes = form == InputForm::kBytes;
-  const std::string data = ReadFile(path, bytes ? kBitBytesLimit : kBitTextLimit);
-  const BitsResult bits = bytes ? ReadBitBytes(data, record.layout().bits(), record.Describe())
-                                : ReadBitText(data, record.layout().bits(), record.Describe());
-  if (!bits.ok()) ReportAndExit(InputName(path), bits.errors);
-  return record.ReadBits(bits.bits);
+  ReadResult read = Configuration::Read(ReadFile(path), request);
+  if (!read.ok()) {
+    const Diagnostic& first = read.errors.front();
+    if (read.fault == Fault::kData) ReportAndExit(InputName(path), read.errors);
+    if (first.hint == Hint::kNoGeneration) SelectArch(options.arch);  // the library's complaint
+    if (first.hint == Hint::kNoTile) {
+      Fail(kBadUsage,
+           "TILE is required: " + TileNames("or") + ", unless the input's header or JSON names it");
+    }
+    Fail(kBadUsage, first.message);
+  }
+  Configuration& configuration = *read.configuration;
+  if (!zu::spec::ArchSpec::is_arch_set()) {
+    zu::spec::ArchSpec::set_arch(configuration.version());
+  }
+  return std::move(configuration);
 }
 
 // A configuration in the form asked for: the text form and a line end, or the packed bytes.
-std::string ConfigurationFile(TileRecord& record, const std::vector<uint64_t>& values, bool bytes) {
-  if (!bytes) return record.WriteBits(values) + "\n";
-  const std::vector<uint8_t> packed = record.WriteBytes(values);
+std::string ConfigurationFile(const Configuration& configuration, bool bytes) {
+  if (!bytes) return configuration.ToBits() + "\n";
+  const std::vector<uint8_t> packed = configuration.ToBytes();
   return std::string(packed.begin(), packed.end());
 }
 
@@ -372,46 +374,11 @@ void RunList(const Options& options, std::vector<AccessorKind> kinds, std::strin
 }
 
 void RunLayout(const Options& options, std::string& out) {
-  const std::unique_ptr<TileRecord> record = OpenTile(options);
-  const Layout& layout = record->layout();
-  const Naming& naming = NamingOf(*record);
+  const Configuration tile = OpenTile(options);
+  const Layout& layout = tile.layout();
   if (options.json) {
-    json leaves = json::array();
-    for (const Leaf& leaf : layout.leaves()) {
-      const auto [parent, name] = SplitLast(leaf.path);
-      json row{{"path", leaf.path},           {"name", name},        {"parent", parent},
-               {"offset", leaf.offset},       {"width", leaf.width}, {"reg_lo", leaf.reg_lo},
-               {"registers", Registers(leaf)}};
-      if (leaf.reg_hi.has_value()) row["reg_hi"] = *leaf.reg_hi;
-      if (const Enumeration* type = naming.TypeOf(leaves.size())) row["type"] = type->name();
-      leaves.push_back(std::move(row));
-    }
-    // The records and arrays above the leaves, each before what it holds.
-    std::vector<std::pair<const std::string*, const Branch*>> order;
-    for (const auto& [path, branch] : layout.branches()) order.emplace_back(&path, &branch);
-    std::sort(order.begin(), order.end(), [](const auto& a, const auto& b) {
-      return std::make_pair(a.second->first_leaf, a.first->size()) <
-             std::make_pair(b.second->first_leaf, b.first->size());
-    });
-    json branches = json::array();
-    for (const auto& [path, branch] : order) {
-      const auto [parent, name] = SplitLast(*path);
-      const Leaf& first = layout.leaves()[branch->first_leaf];
-      const Leaf& last = layout.leaves()[branch->last_leaf];
-      json row{{"path", *path},
-               {"name", name},
-               {"offset", first.offset},
-               {"bits", last.offset + last.width - first.offset},
-               {"registers", RegisterSpan(branch->reg_lo, branch->reg_hi)}};
-      if (!path->empty()) row["parent"] = parent;
-      if (branch->array) row["elements"] = branch->elements;
-      branches.push_back(std::move(row));
-    }
-    const json result{{"arch", zu::spec::ArchSpec::arch().to_product_name_string()},
-                      {"record", layout.record()},
-                      {"bits", layout.bits()},
-                      {"leaves", std::move(leaves)},
-                      {"branches", std::move(branches)}};
+    json result = LayoutToJson(tile);
+    result.erase("tile");
     out += result.dump(2) + "\n";
     return;
   }
@@ -424,7 +391,7 @@ void RunLayout(const Options& options, std::string& out) {
     }
     return;
   }
-  Printf(out, "# %s: %u bits, %zu leaves\n", record->Describe().c_str(), layout.bits(),
+  Printf(out, "# %s: %u bits, %zu leaves\n", tile.Describe().c_str(), layout.bits(),
          layout.leaves().size());
   Printf(out, "%6s %5s %9s  %s\n", "offset", "width", "registers", "path");
   for (const Leaf& leaf : layout.leaves()) {
@@ -449,45 +416,20 @@ uint32_t ParseBit(const std::string& text) {
 }
 
 void RunWhere(const Options& options, std::string& out) {
-  const std::unique_ptr<TileRecord> record = OpenTile(options);
-  const Layout& layout = record->layout();
+  const Configuration tile = OpenTile(options);
   const uint32_t bit = ParseBit(options.bit);
-  const std::optional<BitPlace> place = layout.PlaceOfBit(bit);
-  if (!place.has_value()) {
-    Fail(kBadUsage, "bit " + std::to_string(bit) + " lies outside " + record->Describe() +
-                        ", which has bits 0 to " + std::to_string(layout.bits() - 1));
-  }
-  const Leaf& leaf = layout.leaves()[place->leaf];
-  Printf(out, "bit %u of %s:\n", bit, record->Describe().c_str());
+  const std::optional<BitPlace> place = tile.Place(bit);
+  if (!place.has_value()) Fail(kBadUsage, tile.Outside(std::to_string(bit)));
+  const Leaf& leaf = tile.layout().leaves()[place->leaf];
+  Printf(out, "bit %u of %s:\n", bit, tile.Describe().c_str());
   Printf(out, "  leaf      %s\n", leaf.path.c_str());
   Printf(out, "  leaf bits %u..%u (%u bits, most significant first)\n", leaf.offset,
          leaf.offset + leaf.width - 1, leaf.width);
   Printf(out, "  value bit %u (weight %s)\n", place->value_bit,
          Hex(uint64_t{1} << place->value_bit).c_str());
   Printf(out, "  register  %u, bit %u\n", place->reg, place->register_bit);
-  if (const Enumeration* type = NamingOf(*record).TypeOf(place->leaf)) {
+  if (const Enumeration* type = tile.naming().TypeOf(place->leaf)) {
     Printf(out, "  type      %.*s\n", static_cast<int>(type->name().size()), type->name().data());
-  }
-}
-
-// The head of every JSON document about a configuration of the tile.
-json ConfigurationJson(const TileRecord& record) {
-  return json{{"arch", record.version().to_product_name_string()},
-              {"tile", record.tile().name},
-              {"record", record.layout().record()},
-              {"bits", record.layout().bits()}};
-}
-
-// A typed leaf's "type", and for each (key, value) the value's name under that key where it has
-// one.
-void AddNames(json& leaf, const Naming& names, size_t index,
-              std::initializer_list<std::pair<const char*, uint64_t>> values) {
-  const Enumeration* type = names.TypeOf(index);
-  if (type == nullptr) return;
-  leaf["type"] = type->name();
-  for (const auto& [key, value] : values) {
-    const std::string_view name = names.ShownName(index, value);
-    if (!name.empty()) leaf[key] = name;
   }
 }
 
@@ -511,96 +453,66 @@ void RunDecode(const Options& options, std::string& out) {
          "--nonzero leaves zero leaves out of the tree; --format sparse and json list "
          "the non-zero leaves only already");
   }
-  const std::unique_ptr<TileRecord> record =
-      OpenTile(options, options.sparse ? options.file : std::string());
-  const InputForm form = FormOf(options);
-  const std::vector<uint64_t> values =
-      LoadConfiguration(*record, options.file, form, options.force);
+  const Configuration configuration = Load(options, options.file, FormOf(options));
   // Codes by name unless --codes asks for the numbers alone.
-  const Naming* names = options.codes ? nullptr : &NamingOf(*record);
   if (options.format == "tree") {
-    std::string tree = record->WriteTree(values);
-    if (names != nullptr) tree = names->NameTree(tree, values);
-    out += options.nonzero ? NonzeroTree(tree) : tree;
+    out += configuration.ToTree(options.codes, options.nonzero);
   } else if (options.format == "sparse") {
-    out += WriteSparse(record->layout(), values, {record->ListingHeaderLine()}, options.all, names);
+    out += configuration.ToListing(options.all, options.codes);
   } else {
-    // Values are hexadecimal strings: a JSON number loses precision above 2^53 in most readers.
-    json leaves = json::array();
-    const std::vector<Leaf>& all = record->layout().leaves();
-    for (size_t i = 0; i < all.size(); ++i) {
-      if (values[i] == 0 && !options.all) continue;
-      json leaf{{"path", all[i].path},
-                {"offset", all[i].offset},
-                {"width", all[i].width},
-                {"value", Hex(values[i])}};
-      if (names != nullptr) AddNames(leaf, *names, i, {{"name", values[i]}});
-      leaves.push_back(std::move(leaf));
-    }
-    json result = ConfigurationJson(*record);
-    result["leaves"] = std::move(leaves);
-    out += result.dump(2) + "\n";
+    out += configuration.ToJson(options.all, options.codes);
   }
 }
 
 void RunEncode(const Options& options, std::string& out) {
-  const std::unique_ptr<TileRecord> record = OpenTile(options, options.file);
-  const std::vector<uint64_t> values =
-      LoadConfiguration(*record, options.file, InputForm::kSparse, options.force);
-  Emit(options.output, ConfigurationFile(*record, values, options.bytes), out);
+  const Configuration configuration = Load(options, options.file, std::nullopt);
+  Emit(options.output, ConfigurationFile(configuration, options.bytes), out);
 }
 
 void RunPatch(const Options& options, std::string& out) {
   OneStandardInput(options.file, options.file_b, "CONFIG and DELTA");
-  const std::unique_ptr<TileRecord> record = OpenTile(options, options.file_b);
-  const std::vector<uint64_t> config = LoadConfiguration(
-      *record, options.file, options.bytes ? InputForm::kBytes : InputForm::kBits);
-  const SparseResult delta = LoadListing(*record, options.file_b, options.force);
-  Emit(options.output, ConfigurationFile(*record, ApplyDelta(config, delta), options.bytes), out);
+  const std::optional<Form> form = options.bytes ? std::optional(Form::kBytes) : std::nullopt;
+  // Where neither the options nor CONFIG name the tile, the header of DELTA does.
+  std::optional<Configuration> named;
+  if (options.arch.empty() || options.tile.empty()) {
+    const InputKind kind = InspectInput(ReadFile(options.file), form);
+    if (!kind.names.has_value()) named = Load(options, options.file_b, Form::kListing);
+  }
+  Configuration configuration = Load(options, options.file, form, named ? &*named : nullptr);
+  const std::vector<Diagnostic> errors =
+      configuration.Patch(ReadFile(options.file_b), options.force);
+  if (!errors.empty()) ReportAndExit(InputName(options.file_b), errors);
+  // Packed bytes stay packed bytes.
+  const bool bytes =
+      options.bytes ||
+      InspectInput(ReadFile(options.file), form, configuration.layout().bits()).form ==
+          Form::kBytes;
+  Emit(options.output, ConfigurationFile(configuration, bytes), out);
 }
 
 void RunDiff(const Options& options, std::string& out) {
   OneStandardInput(options.file, options.file_b, "A and B");
-  const std::unique_ptr<TileRecord> record =
-      OpenTile(options, options.sparse ? options.file : std::string());
-  const InputForm form = FormOf(options);
-  // One record serves both: each load reads the whole record anew.
+  const std::optional<Form> form = FormOf(options);
   // Both files are read and checked before either's faults end the command: each is reported.
-  std::vector<uint64_t> a;
+  std::optional<Configuration> a;
   std::optional<Exit> a_failed;
   try {
-    a = LoadConfiguration(*record, options.file, form, options.force);
+    a = Load(options, options.file, form);
   } catch (const Exit& exit) {
     a_failed = exit;
   }
-  const std::vector<uint64_t> b = LoadConfiguration(*record, options.file_b, form, options.force);
+  const Configuration b = Load(options, options.file_b, form, a ? &*a : nullptr);
   if (a_failed.has_value()) throw *a_failed;
-  const std::vector<LeafChange> changes = CompareConfigurations(a, b);
-  const std::vector<Leaf>& leaves = record->layout().leaves();
-  const Naming* names = options.codes ? nullptr : &NamingOf(*record);
+  const std::vector<LeafChange> changes = a->Compare(b);
+  const std::vector<Leaf>& leaves = b.layout().leaves();
+  const Naming* names = options.codes ? nullptr : &b.naming();
   if (options.format == "sparse") {
-    out += WriteDelta(record->layout(), changes, {record->ListingHeaderLine()}, names);
+    out += WriteDelta(b.layout(), changes, {b.HeaderLine()}, names);
   } else if (options.format == "json") {
-    json differences = json::array();
-    for (const LeafChange& change : changes) {
-      const Leaf& leaf = leaves[change.leaf];
-      json difference{{"path", leaf.path},
-                      {"offset", leaf.offset},
-                      {"width", leaf.width},
-                      {"a", Hex(change.from)},
-                      {"b", Hex(change.to)}};
-      if (names != nullptr) {
-        AddNames(difference, *names, change.leaf, {{"a_name", change.from}, {"b_name", change.to}});
-      }
-      differences.push_back(std::move(difference));
-    }
-    json result = ConfigurationJson(*record);
-    result["a"] = InputName(options.file);
-    result["b"] = InputName(options.file_b);
-    result["leaf_count"] = leaves.size();
-    result["differing"] = changes.size();
-    result["differences"] = std::move(differences);
-    out += result.dump(2) + "\n";
+    out += ComparisonToJson(*a, b, changes, InputName(options.file), InputName(options.file_b),
+                            options.codes)
+               .dump(2) +
+           "\n";
   } else {
     for (const LeafChange& change : changes) {
       out += leaves[change.leaf].path + ": " + ShownValue(names, change.leaf, change.from) +
@@ -615,35 +527,14 @@ void RunDiff(const Options& options, std::string& out) {
 
 // Every typed leaf whose value is no code of its type: exit status 1 if there is one.
 void RunCheck(const Options& options, std::string& out) {
-  const std::unique_ptr<TileRecord> record =
-      OpenTile(options, options.sparse ? options.file : std::string());
-  const InputForm form = FormOf(options);
-  const std::vector<uint64_t> values =
-      LoadConfiguration(*record, options.file, form, options.force);
-  const Naming& names = NamingOf(*record);
-  const std::vector<Finding> findings = names.Check(values);
-  const std::vector<Leaf>& leaves = record->layout().leaves();
+  const Configuration configuration = Load(options, options.file, FormOf(options));
+  const std::vector<Finding> findings = configuration.Check();
   if (options.format == "json") {
-    json rows = json::array();
-    for (const Finding& finding : findings) {
-      const Leaf& leaf = leaves[finding.leaf];
-      json nearest = json::array();
-      for (const EnumName& name : finding.nearest) {
-        nearest.push_back({{"name", name.name}, {"code", Hex(name.code)}});
-      }
-      rows.push_back({{"path", leaf.path},
-                      {"offset", leaf.offset},
-                      {"width", leaf.width},
-                      {"value", Hex(finding.value)},
-                      {"type", finding.type->name()},
-                      {"nearest", std::move(nearest)}});
-    }
-    json result = ConfigurationJson(*record);
-    result["file"] = InputName(options.file);
-    result["findings"] = std::move(rows);
-    out += result.dump(2) + "\n";
+    out += FindingsToJson(configuration, findings, InputName(options.file)).dump(2) + "\n";
   } else {
-    for (const Finding& finding : findings) out += names.FindingText(finding) + "\n";
+    for (const Finding& finding : findings) {
+      out += configuration.naming().FindingText(finding) + "\n";
+    }
     out += "# " + std::to_string(findings.size()) + (findings.size() == 1 ? " leaf" : " leaves") +
            " of " + InputName(options.file) + " with a value that is no code of its type\n";
   }
