@@ -64,6 +64,32 @@ def tiles():
 _generations = {}
 
 
+def read(data, generation=None, tile=None, form=None, force=False):
+    """A configuration read from any form that archspec writes: `data` is a str (the text of '0'
+    and '1', a sparse listing, JSON) or bytes (the packed form, or any of the others encoded as
+    UTF-8). The form is told from the data unless `form` ("bits", "bytes", "listing", "json")
+    says it; the generation (a Generation or a product name) and the tile are those given, or
+    where one is None, those that a listing's header or the JSON's "arch" and "tile" name. An
+    input that names another generation or tile is refused unless `force`. Raises ValueError
+    saying what is wrong and where."""
+    if isinstance(generation, str):
+        generation = globals()["generation"](generation)
+    if generation is not None and not isinstance(generation, Generation):
+        raise TypeError(f"a Generation or a product name is needed, not {type(generation).__name__}")
+    if isinstance(data, (bytes, bytearray, memoryview)):
+        data = bytes(data)
+    elif isinstance(data, str):
+        data = _text(data, "input").encode("utf-8", "surrogateescape")
+    else:
+        raise TypeError(f"str or bytes are needed, not {type(data).__name__}")
+    core = _core.Tile.read(None if generation is None else generation._core,
+                           None if tile is None else _name(tile, "tile"), data,
+                           None if form is None else _name(form, "form"), bool(force))
+    if generation is None:
+        generation = globals()["generation"](core.generation.product)
+    return Tile(generation, core)
+
+
 def generation(name):
     """The generation of product name `name` ("mk43", any case). Raises ValueError with the
     library's own words for a name it does not know."""
@@ -339,6 +365,12 @@ class Tile:
         records and arrays that hold them."""
         return self._core.to_tree(bool(codes), bool(nonzero))
 
+    def to_json(self, codes=False, all=False):
+        """The JSON of the configuration as `archspec decode --format json` writes it: the
+        non-zero leaves (every leaf with `all`), values as 0x strings, codes named unless
+        `codes`. archspec.read() reads it back."""
+        return self._core.to_json(bool(codes), bool(all))
+
     def type_of(self, path):
         """The enumeration type ("stage_opcode_t") whose code the leaf at `path` holds, or None
         for a leaf that holds a number. KeyError for a path of no leaf."""
@@ -352,18 +384,14 @@ class Tile:
 
     def layout(self):
         """Every leaf in bit order, as Leaf(path, offset, width, reg_lo, reg_hi)."""
-        return [Leaf(*row) for row in self._core.layout()]
+        return [Leaf(row["path"], row["offset"], row["width"], row["reg_lo"], row.get("reg_hi"))
+                for row in self._core.layout_json()["leaves"]]
 
     def where(self, bit):
         """The leaf holding bit `bit` of the configuration, as Where; IndexError outside it, and
         TypeError for what is not an int."""
         if not isinstance(bit, int) or isinstance(bit, bool):
             raise TypeError(f"a bit position is an int, not {type(bit).__name__}")
-        if not -2**63 <= bit < 2**63:  # too long to write out in a message
-            raise IndexError(f"bit {'-' if bit < 0 else ''}2**{abs(bit).bit_length() - 1}... lies "
-                             f"outside {self.record} of {self._generation._core.label}, which "
-                             f"has bits 0 to "
-                             f"{self.bits - 1}")
         return Where(*self._core.where(bit))
 
     def nonzero(self, names=False):

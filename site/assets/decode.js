@@ -19,6 +19,13 @@
   let layout = null; // the open tile's layout: {arch, record, bits, header, leaves}
   let boxes = []; // per leaf, its group of boxes in the map
   let file = null; // {name, bytes} of the file opened, until the text is edited
+  let readAs = "sparse"; // the form of the last input decoded: "bits", "bytes" or "sparse"
+
+  // The most the tool reads of a configuration in any form (tooling/Files.h), refused in its
+  // words: a page must not read what the tool would refuse.
+  const CONFIGURATION_LIMIT = [4 << 20, "a configuration"];
+  const LIMITS = { bits: CONFIGURATION_LIMIT, bytes: CONFIGURATION_LIMIT,
+    sparse: CONFIGURATION_LIMIT, json: CONFIGURATION_LIMIT };
 
   function showError(text) {
     error.textContent = text;
@@ -81,6 +88,17 @@
     mapPane.append(svg);
   }
 
+  // Takes away what showed the last configuration: after a failed decode none is shown, and the
+  // module holds the empty configuration of the chosen tile, which "Set" then starts from.
+  function clear() {
+    listing.textContent = "";
+    findings.replaceChildren();
+    $("check-note").textContent = "";
+    $("bits").textContent = "";
+    $("summary").textContent = "";
+    for (const g of mapPane.querySelectorAll("#bitmap g.on")) g.classList.remove("on");
+  }
+
   // Shows the module's configuration: its listing, its bits, its non-zero leaves lit, and what
   // `check` finds in it.
   function show() {
@@ -114,20 +132,13 @@
     lit.delete();
   }
 
-  // Which form the input has, where the page is left to tell: text with a line "path = value" or
-  // a first line "#" is a listing, other text the bits, and what is not text, or is text of the
-  // packed form's size that is not all 0 and 1, the packed bytes.
-  function formOf(bytes) {
-    if (form.value !== "auto") return form.value;
-    let text;
-    try {
-      text = new TextDecoder("utf-8", { fatal: true }).decode(bytes);
-    } catch {
-      return "bytes";
-    }
-    if (/^\ufeff?\s*#|=/.test(text)) return "sparse";
-    if (/^\ufeff?[01\s]*$/.test(text)) return "bits";
-    return text.includes("\0") || bytes.length === Math.ceil(layout.bits / 8) ? "bytes" : "bits";
+  // Which form the input has and what it names, told by the tool's own rule (a header means a
+  // listing, "{" JSON, a text of 0 and 1 bits, other text a listing, what is not text bytes):
+  // {form, generation?, tile?}. A form chosen on the page is taken as it is.
+  function inspect(bytes) {
+    const told = JSON.parse(module.inspect(bytes));
+    if (form.value !== "auto") told.form = form.value;
+    return told;
   }
 
   function decode() {
@@ -136,10 +147,19 @@
     const [name, bytes] = file ? [file.name, file.bytes]
       : ["input", new TextEncoder().encode(input.value)];
     if (!open()) return;
-    const kind = formOf(bytes);
-    if (kind === "sparse") {
-      // A listing's header chooses the generation and tile, where the page offers them.
-      const header = JSON.parse(module.headerOf(bytes));
+    const told = inspect(bytes);
+    const kind = told.form;
+    const [limit, what] = LIMITS[kind];
+    if (bytes.length > limit) {
+      clear();
+      showError(`archspec: error: cannot read ${name}: more than ${limit} bytes, the most ` +
+                `${what} may take; stopped reading there\n`);
+      return;
+    }
+    {
+      // A listing's header, or the JSON's arch and tile, choose the generation and tile, where
+      // the page offers them.
+      const header = told.generation === undefined ? null : told;
       if (header) {
         for (const [select, wanted] of [[arch, header.generation], [tile, header.tile]]) {
           const option = [...select.options].find(
@@ -152,10 +172,12 @@
     const started = performance.now();
     const complaint = module.decode(kind, bytes, name);
     if (complaint) {
-      listing.textContent = "";
+      open(); // the module keeps nothing of a configuration that was refused
+      clear();
       showError(complaint);
       return;
     }
+    readAs = kind;
     show();
     times.decode = performance.now() - started;
   }
@@ -169,6 +191,17 @@
       return;
     }
     show();
+    // The input now holds what was set, so that "Decode" reads the configuration shown: in the
+    // form it was read in where that is text, else as a listing (whose header names the tile).
+    if (readAs === "bits") {
+      input.value = module.bits();
+    } else {
+      input.value = module.listing();
+      readAs = "sparse";
+      if (form.value === "bytes") form.value = "auto";
+    }
+    file = null;
+    $("source").textContent = "";
   }
 
   function save(data, suffix, type) {
