@@ -6,6 +6,7 @@ last record."""
 import ast
 import keyword
 import pathlib
+import sys
 
 import pytest
 
@@ -111,3 +112,14 @@ def test_every_tile_class_declares_its_tile(stub):
         for tile in archspec.tiles():
             tile_class = f"{generation_class[:-len('Generation')]}{tile.capitalize()}Tile"
             check_record(g.tile(tile), tile_class, methods["Tile"], stub, f"{product} {tile}")
+
+
+def test_a_type_without_a_python_type_is_refused_naming_its_row():
+    sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "python"))
+    import gen_stubs
+
+    assert gen_stubs.python_type("const std::vector<std::vector<uint8_t>>&", {}, "x") == \
+        "list[list[int]]"
+    with pytest.raises(gen_stubs.StubError,
+                       match=r"^features.tbl:7: found C\+\+ type 'std::map<int, int>', expected"):
+        gen_stubs.python_type("zu::optional<std::map<int, int>>", {}, "features.tbl:7")
