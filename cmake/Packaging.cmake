@@ -54,8 +54,6 @@ set(CPACK_PACKAGE_VENDOR "libArchSpecCore maintainers")
 set(CPACK_PACKAGE_CONTACT ${ARCHSPEC_MAINTAINER})
 set(CPACK_DEBIAN_PACKAGE_MAINTAINER ${ARCHSPEC_MAINTAINER})
 set(CPACK_DEBIAN_PACKAGE_SOURCE archspeccore)
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY
-    "architecture description library of a dataflow accelerator's compiler")
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_GENERATOR DEB)
@@ -65,6 +63,8 @@ set(CPACK_STRIP_FILES ON)
 # packages ask for it by version, below. The library's package declares its soname (shlibs) and
 # has ldconfig run when it is installed.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+# It runs in the directory of the package being made: the library's files lie beside it, in `lib`.
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ../lib/usr/${CMAKE_INSTALL_LIBDIR})
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
@@ -79,6 +79,13 @@ set(CPACK_COMPONENT_LIB_DESCRIPTION "architecture description library of a dataf
 ${about}
 \nThis package holds the shared library.")
 set(CPACK_DEBIAN_LIB_PACKAGE_SECTION libs)
+# ldconfig runs through dpkg's trigger (packaging/triggers). CPack would also write a postinst and
+# a postrm that call it themselves, as Debian no longer does, unless the package names scripts of
+# its own: it names two that do not exist, which CPack then leaves out (saying so).
+set(CPACK_DEBIAN_LIB_PACKAGE_CONTROL_EXTRA ${ARCHSPEC_PACKAGING}/triggers
+    ${CMAKE_CURRENT_BINARY_DIR}/packaging/none/postinst
+    ${CMAKE_CURRENT_BINARY_DIR}/packaging/none/postrm)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 
 set(CPACK_COMPONENT_DEV_DESCRIPTION "development files of libArchSpecCore
 ${about}

@@ -20,8 +20,9 @@ int main() {
   const std::unique_ptr<archspec::TileRecord> pcu =
       archspec::TileRecord::Create(version, *archspec::FindTileType("pcu"));
   if (pcu == nullptr) return 1;
-  std::printf("%s: a PCU of %zu leaves, stage opcode max %llu\n",
-              archspec::GenerationLabel(version).c_str(), pcu->layout().leaves().size(),
-              static_cast<unsigned long long>(zu::spec::arch_constants()->stage_opcode_alu_op_max()));
+  std::printf(
+      "%s: a PCU of %zu leaves, stage opcode max %llu\n",
+      archspec::GenerationLabel(version).c_str(), pcu->layout().leaves().size(),
+      static_cast<unsigned long long>(zu::spec::arch_constants()->stage_opcode_alu_op_max()));
   return 0;
 }
