@@ -9,7 +9,8 @@
 // - tile: the other bytes become leaf values of the tile of the first generation with those
 //   records, cut to each leaf's width; the values must come back through the text form, the
 //   packed form, the canonical listing, and the listing of a change applied to another
-//   configuration.
+//   configuration. The listing with names, and check, have a target of their own (fuzz_named),
+//   which keeps this one fast.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -21,51 +22,17 @@
 
 #include "BitText.h"
 #include "Delta.h"
-#include "Names.h"
 #include "RecordCatalog.h"
 #include "Sparse.h"
 #include "Tile.h"
+#include "fuzz_tiles.h"
 
 namespace {
 
 using namespace zu::spec;
-
-const std::vector<archspec::RecordClass>& Tiles() {
-  static const std::vector<archspec::RecordClass> tiles = archspec::TileRecordClasses();
-  return tiles;
-}
-
-// The tile record of a record class, for the first selectable generation with its records; made
-// once per class, as its layout is.
-archspec::TileRecord& TileOf(size_t index) {
-  static std::vector<std::unique_ptr<archspec::TileRecord>> tiles(Tiles().size());
-  std::unique_ptr<archspec::TileRecord>& tile = tiles[index];
-  if (tile != nullptr) return *tile;
-  const archspec::RecordClass& record_class = Tiles()[index];
-  for (const GenerationRow& row : GenerationTable()) {
-    if (!row.selectable || std::string_view(row.records) != record_class.ns) continue;
-    for (const archspec::TileType& type : archspec::TileTypes()) {
-      if (std::string_view(type.record) == record_class.name) {
-        tile = archspec::TileRecord::Create(row.version, type);
-        return *tile;
-      }
-    }
-  }
-  std::abort();
-}
-
-// Leaf values from the bytes, eight a leaf, repeated to fill the tile and cut to each width.
-std::vector<uint64_t> ValuesOf(const archspec::Layout& layout, const uint8_t* data, size_t size) {
-  std::vector<uint64_t> values;
-  values.reserve(layout.leaves().size());
-  size_t at = 0;
-  for (const archspec::Leaf& leaf : layout.leaves()) {
-    uint64_t value = 0;
-    for (int k = 0; k < 8 && size > 0; ++k, ++at) value = value << 8 | data[at % size];
-    values.push_back(value & archspec::MaxValue(leaf.width));
-  }
-  return values;
-}
+using archspec::fuzzing::TileOf;
+using archspec::fuzzing::Tiles;
+using archspec::fuzzing::ValuesOf;
 
 void CheckTile(archspec::TileRecord& tile, const uint8_t* data, size_t size) {
   const archspec::Layout& layout = tile.layout();
@@ -82,19 +49,6 @@ void CheckTile(archspec::TileRecord& tile, const uint8_t* data, size_t size) {
   const archspec::SparseResult listing = archspec::ReadSparse(
       archspec::WriteSparse(layout, values, {tile.ListingHeaderLine()}), layout, nullptr);
   if (!listing.ok() || listing.values != values) std::abort();
-
-  // With names: every value a name stands for reads back to its code, the others as written; and
-  // check reports exactly the typed leaves whose values are not zero and no code.
-  const archspec::Naming& names = *archspec::Naming::Of(tile);
-  const archspec::SparseResult named = archspec::ReadSparse(
-      archspec::WriteSparse(layout, values, {tile.ListingHeaderLine()}, false, &names), layout,
-      names.Resolver());
-  if (!named.ok() || named.values != values) std::abort();
-  size_t unnamed = 0;
-  for (size_t i = 0; i < values.size(); ++i) {
-    unnamed += names.TypeOf(i) != nullptr && values[i] != 0 && names.NamesOf(i, values[i]).empty();
-  }
-  if (names.Check(values).size() != unnamed) std::abort();
 
   // Another configuration, every sixteenth leaf from one the input picks holding the complement
   // of its value: the listing of the change from it, zeros included, patches it into this one.
