@@ -94,6 +94,18 @@ def _records_section(a, b, facts):
     return "".join(out)
 
 
+def _inferred_change(c, a, b):
+    """Whether a change of an enumerant's code from generation a to b involves an inferred code."""
+    return bool(c.inferred.get(a.product) or c.inferred.get(b.product))
+
+
+def _value_cell(c, g):
+    """A generation's value of an accessor, marked (≈) where its code is inferred."""
+    value = c.values.get(g.product, UNANSWERED)
+    mark = ' class="inf"' if c.inferred.get(g.product) and value is not UNANSWERED else ""
+    return f"<td{mark}>{escape(value_text(value))}</td>"
+
+
 def _constants_section(a, b, facts, pages):
     out = []
     for kind, title in KINDS:
@@ -102,13 +114,18 @@ def _constants_section(a, b, facts, pages):
         counts = ", ".join(f"{sum(w == what for w, _ in found)} {what}"
                            for what in ("added", "removed", "changed"))
         type_head = "<th>type</th>" if kind == "enumerant" else ""
+        inferred = sum(w == "changed" and _inferred_change(c, a, b) for w, c in found)
+        if inferred:
+            counts += f" ({inferred} between inferred codes)"
         rows = []
         for what, c in found:
             type_cell = f"<td>{escape(c.type)}</td>" if kind == "enumerant" else ""
-            rows.append(f'<tr class="{what}"><td>{what}</td>{type_cell}'
+            # A code the tables only place within a span moved inside it: no known change of the
+            # hardware, and said so.
+            shown = "inferred" if what == "changed" and _inferred_change(c, a, b) else what
+            rows.append(f'<tr class="{what}"><td>{shown}</td>{type_cell}'
                         f'<th>{link(pages[c.name], c.name, c.name)}</th>'
-                        f'<td>{escape(value_text(c.values.get(a.product, UNANSWERED)))}</td>'
-                        f'<td>{escape(value_text(c.values.get(b.product, UNANSWERED)))}</td></tr>')
+                        f'{_value_cell(c, a)}{_value_cell(c, b)}</tr>')
         table = (f'<table class="plain"><thead><tr><th></th>{type_head}<th>accessor</th>'
                  f'<th>{escape(a.product)}</th><th>{escape(b.product)}</th></tr></thead>'
                  f'<tbody>{"".join(rows)}</tbody></table>') if rows else ""
