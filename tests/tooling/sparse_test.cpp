@@ -346,8 +346,10 @@ TEST(BitText, NamesLineColumnAndBitOfABadCharacter) {
             "c.bits:2:3: error: character 'x' at bit 6 is not '0' or '1'");
   const BitsResult binary = ReadBitText(std::string("01\0", 3), 3, "r of t");
   ASSERT_EQ(binary.errors.size(), 1u);
-  EXPECT_EQ(binary.errors[0].message,
-            "byte 0x00 at bit 2 is not '0' or '1' (a file of packed bytes needs --bytes)");
+  // Unprintable bytes suggest the packed form: each face says how its user asks for it.
+  EXPECT_EQ(binary.errors[0].message, "byte 0x00 at bit 2 is not '0' or '1'");
+  EXPECT_EQ(binary.errors[0].hint, Hint::kPackedBytes);
+  EXPECT_EQ(result.errors[0].hint, Hint::kNone);
 }
 
 TEST(BitText, RefusesAWrongLength) {
