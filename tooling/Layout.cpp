@@ -7,6 +7,102 @@
 #include "PathForm.h"
 
 namespace archspec {
+namespace {
+
+// The records and arrays of a layout as a tree, grown leaf by leaf in bit order and then read in
+// print order. The leaves below one record or array follow one another in bit order, so each
+// leaf's path shares its first steps with the branches still open (those of the leaf before it)
+// and opens new ones below them. Children are linked in a list, a record's in bit order, an
+// array's in reverse (each new one put first), which is the order of printing in both.
+class PrintTree {
+ public:
+  PrintTree() { nodes_.push_back({}); }
+
+  // Adds leaf `leaf` of `width` bits, whose path has these steps.
+  void Add(const std::vector<std::string_view>& steps, size_t leaf, uint32_t width) {
+    if (steps.empty()) return;
+    // The open branches that the leaf's path passes through stay open; the others are done.
+    size_t same = 0;
+    while (same < open_.size() && same + 1 < steps.size() &&
+           nodes_[open_[same]].step == steps[same])
+      ++same;
+    open_.resize(same);
+    nodes_[0].bits += width;
+    for (const uint32_t branch : open_) nodes_[branch].bits += width;
+    for (size_t s = same; s < steps.size(); ++s) {
+      const uint32_t parent = open_.empty() ? 0 : open_.back();
+      const auto node = static_cast<uint32_t>(nodes_.size());
+      nodes_.push_back({steps[s], s + 1 == steps.size() ? leaf : kBranch, width});
+      Link(parent, node);
+      if (s + 1 < steps.size()) open_.push_back(node);
+    }
+  }
+
+  // The lines of the tree in print order.
+  std::vector<TreeLine> Lines() const {
+    std::vector<TreeLine> lines;
+    if (nodes_[0].first == kNone) return lines;
+    lines.reserve(nodes_.size() * 2);
+    Emit(0, 0, false, lines);
+    return lines;
+  }
+
+ private:
+  static constexpr uint32_t kNone = ~uint32_t{0};
+  static constexpr size_t kBranch = ~size_t{0};
+
+  struct Node {
+    std::string_view step;   // "stage_opcode" or "[4]"; empty for the tile's record
+    size_t leaf = kBranch;   // a leaf's index in the layout
+    uint32_t bits = 0;       // of the leaves below it, or of the leaf
+    bool array = false;      // its children are elements
+    uint32_t first = kNone;  // its first child in print order
+    uint32_t last = kNone;   // its last child in print order
+    uint32_t next = kNone;   // the sibling printed after it
+  };
+
+  void Link(uint32_t parent, uint32_t child) {
+    Node& above = nodes_[parent];
+    if (above.first == kNone) {
+      above.array = nodes_[child].step.front() == '[';
+      above.first = above.last = child;
+    } else if (above.array) {
+      nodes_[child].next = above.first;
+      above.first = child;
+    } else {
+      nodes_[above.last].next = child;
+      above.last = child;
+    }
+  }
+
+  void Emit(uint32_t index, uint32_t depth, bool element, std::vector<TreeLine>& lines) const {
+    const Node& node = nodes_[index];
+    TreeLine line;
+    line.element = element;
+    line.depth = depth;
+    line.bits = node.bits;
+    line.label = element ? node.step.substr(1, node.step.size() - 2) : node.step;
+    if (node.leaf != kBranch) {
+      line.kind = TreeLine::Kind::kLeaf;
+      line.leaf = node.leaf;
+      lines.push_back(line);
+      return;
+    }
+    line.kind = node.array ? TreeLine::Kind::kArray : TreeLine::Kind::kRecord;
+    lines.push_back(line);
+    for (uint32_t child = node.first; child != kNone; child = nodes_[child].next)
+      Emit(child, depth + 1, node.array, lines);
+    line.kind = node.array ? TreeLine::Kind::kArrayEnd : TreeLine::Kind::kRecordEnd;
+    line.element = false;
+    line.label = {};
+    lines.push_back(line);
+  }
+
+  std::vector<Node> nodes_;     // the tile's record first
+  std::vector<uint32_t> open_;  // the open branches below the tile's record, outermost first
+};
+
+}  // namespace
 
 Layout::Layout(std::string record, uint32_t bits, std::vector<Leaf> leaves)
     : record_(std::move(record)), bits_(bits), leaves_(std::move(leaves)) {
@@ -14,11 +110,14 @@ Layout::Layout(std::string record, uint32_t bits, std::vector<Leaf> leaves)
   for (size_t i = 0; i < leaves_.size(); ++i) index_.emplace(leaves_[i].path, i);
   // Each step of a leaf's path is a member of the branch that the path before it names: a record
   // before a member's name, an array before an index; the tile's record is the branch "".
+  PrintTree print;
   for (size_t i = 0; i < leaves_.size(); ++i) {
     const Leaf& leaf = leaves_[i];
+    const std::vector<std::string_view> steps = PathSteps(leaf.path);
+    print.Add(steps, i, leaf.width);
     // The branch that holds a step is the path up to the end of the step before it.
     size_t above = 0;
-    for (const std::string_view step : PathSteps(leaf.path)) {
+    for (const std::string_view step : steps) {
       auto [found, inserted] = branches_.try_emplace(leaf.path.substr(0, above));
       Branch& branch = found->second;
       if (inserted) {
@@ -39,6 +138,7 @@ Layout::Layout(std::string record, uint32_t bits, std::vector<Leaf> leaves)
       above = static_cast<size_t>(step.end() - leaf.path.data());
     }
   }
+  tree_ = print.Lines();
 }
 
 std::optional<size_t> Layout::Find(std::string_view path) const {
@@ -101,7 +201,7 @@ std::optional<BitPlace> Layout::PlaceOfBit(uint32_t bit) const {
   place.leaf = *index;
   // The leaf's bits stand most significant first: its first bit is value bit width - 1.
   place.value_bit = leaf.width - 1 - (bit - leaf.offset);
-  const bool high_word = place.value_bit >= 32;
+  const bool high_word = place.value_bit > 32;
   place.reg = high_word ? leaf.reg_hi.value_or(0) : leaf.reg_lo;
   place.register_bit = high_word ? place.value_bit - 32 : place.value_bit;
   return place;

@@ -33,6 +33,21 @@ struct Branch {
   uint32_t reg_hi = 0;               // the highest
 };
 
+// One line of a record's printed form, the library's ToString: "{" opens a record and "}" ends
+// it, "[" opens an array and "]/<bits>" ends it, and a leaf's line holds its place and value.
+// Every line but the tile record's own stands two blanks per level of nesting in, after its label:
+// "<name> = " in a record, "<index>: " in an array.
+struct TreeLine {
+  enum class Kind : uint8_t { kRecord, kArray, kLeaf, kRecordEnd, kArrayEnd };
+  Kind kind = Kind::kLeaf;
+  bool element = false;    // labelled by its index in an array, not by its name in a record
+  uint32_t depth = 0;      // levels of nesting: 0 for the tile's record and its end
+  std::string_view label;  // "stage_opcode", or "4" for element [4]; empty for the tile's
+                           // record and for ends
+  size_t leaf = 0;         // kLeaf: index in leaves()
+  uint32_t bits = 0;       // a leaf's width; the bits of the leaves below a record or an array
+};
+
 // A bit of a record as the leaf and the register word that carry it.
 struct BitPlace {
   size_t leaf = 0;            // index in the layout
@@ -74,6 +89,12 @@ class Layout {
   std::string NotALeaf(std::string_view path, bool hint) const;
   // Every branch by path, "" for the tile's record.
   const std::unordered_map<std::string, Branch>& branches() const { return branches_; }
+  // The lines of the printed form in the order the library prints them: the tile's record opens,
+  // each record's members follow in the record's order (which is bit order, a record's fields
+  // standing one after another from its first), each array's elements from index 0 up (the
+  // reverse of bit order: element 0 lies at the little end of the array's bits), and every record
+  // and array ends after its last member. Empty for a layout without leaves.
+  const std::vector<TreeLine>& tree() const { return tree_; }
 
  private:
   std::string record_;
@@ -81,6 +102,7 @@ class Layout {
   std::vector<Leaf> leaves_;
   std::unordered_map<std::string_view, size_t> index_;  // views into leaves_[i].path
   std::unordered_map<std::string, Branch> branches_;
+  std::vector<TreeLine> tree_;
 };
 
 // The largest value a leaf of `width` bits holds.
