@@ -8,7 +8,8 @@ build_dir=$(cd "$1" && pwd)
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 
-(cd "$scratch" && cpack -G DEB --config "$build_dir/CPackConfig.cmake" -B "$scratch/deb" > /dev/null)
+(cd "$scratch" && cpack -G DEB --config "$build_dir/CPackConfig.cmake" -B "$scratch/deb") \
+  > "$scratch/cpack.log" 2>&1 || { cat "$scratch/cpack.log"; exit 1; }
 for package in "$scratch"/deb/*.deb; do
   echo "package: $(basename "$package")"
 done
