@@ -121,6 +121,12 @@ class Generation {
     return ToPython(ReadAccessor(*accessor, answers()));
   }
 
+  // Whether the generation's code of the enumerant `name` is inferred rather than stated.
+  bool Inferred(const std::string& name) const {
+    const Accessor* accessor = FindAccessor(name);
+    return accessor != nullptr && IsInferred(*accessor, row_.version);
+  }
+
   // The code of an enumerant that a field is given by name.
   uint64_t Code(const std::string& name) const {
     const NamedValue named = ResolveEnumerantOf(name, row_.version, answers());
@@ -355,7 +361,7 @@ class Tile {
   // code of its type, as `archspec check` lists them.
   py::list Check() const {
     py::list out;
-    const nlohmann::json findings = FindingsToJson(config_, config_.Check(), "")["findings"];
+    const nlohmann::json findings = FindingsToJson(config_, config_.Check(), {}, "")["findings"];
     for (const nlohmann::json& row : findings) {
       py::list nearest;
       for (const nlohmann::json& name : row["nearest"]) {
@@ -366,6 +372,16 @@ class Tile {
                                 row["width"].get<uint32_t>(),
                                 std::stoull(row["value"].get<std::string>(), nullptr, 16),
                                 row["type"].get<std::string>(), nearest));
+    }
+    return out;
+  }
+
+  // (path, value, name) of every leaf that holds a code the tables infer rather than state.
+  py::list InferredCodes() const {
+    py::list out;
+    for (size_t leaf : config_.InferredCodes()) {
+      out.append(py::make_tuple(layout().leaves()[leaf].path, config_.value(leaf),
+                                std::string(naming().ShownName(leaf, config_.value(leaf)))));
     }
     return out;
   }
@@ -505,7 +521,8 @@ PYBIND11_MODULE(_core, m) {
              }
              return out;
            })
-      .def("code", &Generation::Code);
+      .def("code", &Generation::Code)
+      .def("inferred", &Generation::Inferred);
 
   py::class_<Tile>(m, "Tile")
       .def(py::init([](std::shared_ptr<Generation> generation, const std::string& tile) {
@@ -555,6 +572,7 @@ PYBIND11_MODULE(_core, m) {
           py::arg("codes") = false, py::arg("all") = false)
       .def("type_of", &Tile::TypeOf)
       .def("check", &Tile::Check)
+      .def("inferred_codes", &Tile::InferredCodes)
       .def("paths", &Tile::Paths)
       .def("layout_json", &Tile::LayoutJson)
       .def("where", &Tile::Where)

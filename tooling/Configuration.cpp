@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <map>
 #include <memory>
+#include <span>
 #include <tuple>
 #include <utility>
 
@@ -276,6 +277,25 @@ std::optional<std::string> Configuration::CanCompare(const Configuration& other)
 
 std::vector<LeafChange> Configuration::Compare(const Configuration& other) const {
   return CompareConfigurations(values_, other.values_);
+}
+
+std::vector<size_t> Configuration::InferredCodes() const {
+  std::vector<size_t> out;
+  for (size_t i = 0; i < values_.size(); ++i) {
+    if (values_[i] == 0) continue;
+    // The name shown first is a stated one wherever the code has one.
+    const std::span<const EnumName> names = naming_->NamesOf(i, values_[i]);
+    if (!names.empty() && names.front().inferred) out.push_back(i);
+  }
+  return out;
+}
+
+std::string Configuration::InferredText(size_t leaf) const {
+  const Leaf& where = layout().leaves()[leaf];
+  return where.path + " (bits " + std::to_string(where.offset) + ".." +
+         std::to_string(where.offset + where.width - 1) + ") = " + Hex(values_[leaf]) + " (" +
+         std::string(naming_->ShownName(leaf, values_[leaf])) + "): the code is inferred on " +
+         GenerationLabel(version()) + ", not stated";
 }
 
 std::string Configuration::ToBits() const { return record_->WriteBits(values_); }

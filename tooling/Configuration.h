@@ -131,6 +131,12 @@ class Configuration {
   std::optional<std::string> CanCompare(const Configuration& other) const;
   // Every typed leaf whose value is no code of its type.
   std::vector<Finding> Check() const { return naming_->Check(values_); }
+  // Every typed leaf whose value is not 0 and a code that the tables infer on the generation
+  // rather than state: a program that relies on it relies on an inference.
+  std::vector<size_t> InferredCodes() const;
+  // "simd_structIn[0][1].stage_opcode (bits 3620..3624) = 0x40
+  // (pcu_udcxbar_enum_pcu_udcxbar_ne_scalar_in_1): the code is inferred on mk44 (rye), not stated".
+  std::string InferredText(size_t leaf) const;
 
   // The forms. A listing and JSON write codes by name unless `codes`; `all` lists zero leaves
   // too; the tree with `nonzero` holds only the leaves that are set and what holds them.

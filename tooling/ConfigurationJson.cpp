@@ -113,7 +113,7 @@ json ComparisonToJson(const Configuration& a, const Configuration& b,
 }
 
 json FindingsToJson(const Configuration& configuration, const std::vector<Finding>& findings,
-                    std::string_view file) {
+                    const std::vector<size_t>& inferred, std::string_view file) {
   json rows = json::array();
   for (const Finding& finding : findings) {
     json nearest = json::array();
@@ -127,8 +127,11 @@ json FindingsToJson(const Configuration& configuration, const std::vector<Findin
     rows.push_back(std::move(row));
   }
   json out = ConfigurationHead(configuration);
+  json notes = json::array();
+  for (size_t leaf : inferred) notes.push_back(LeafToJson(configuration, leaf, false));
   out["file"] = file;
   out["findings"] = std::move(rows);
+  out["inferred"] = std::move(notes);
   return out;
 }
 

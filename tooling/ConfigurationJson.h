@@ -35,10 +35,12 @@ nlohmann::json LayoutToJson(const Configuration& configuration);
 nlohmann::json ComparisonToJson(const Configuration& a, const Configuration& b,
                                 const std::vector<LeafChange>& changes, std::string_view a_name,
                                 std::string_view b_name, bool codes);
-// The head, the input's name as "file", and "findings": [{path, offset, width, value, type,
-// nearest: [{name, code}]}].
+// The head, the input's name as "file", "findings": [{path, offset, width, value, type, nearest:
+// [{name, code}]}], and "inferred": [{path, offset, width, value, type, name}] of the leaves that
+// hold a code the tables infer (Configuration::InferredCodes).
 nlohmann::json FindingsToJson(const Configuration& configuration,
-                              const std::vector<Finding>& findings, std::string_view file);
+                              const std::vector<Finding>& findings,
+                              const std::vector<size_t>& inferred, std::string_view file);
 
 // One leaf of a configuration's JSON as read: the value as a listing writes it.
 struct JsonLeaf {

@@ -242,6 +242,12 @@ class Answers:
     def __deepcopy__(self, memo):
         return self
 
+    def is_inferred(self, name):
+        """Whether this generation's code of the enumerant `name` is inferred from the tables'
+        spans rather than stated: a change of it between generations is no known change of the
+        hardware."""
+        return self._core.inferred(_name(name, "accessor"))
+
     def names(self):
         """The names of the accessors this generation answers, in interface order."""
         if self._names is None:
@@ -375,6 +381,12 @@ class Tile:
         """The enumeration type ("stage_opcode_t") whose code the leaf at `path` holds, or None
         for a leaf that holds a number. KeyError for a path of no leaf."""
         return self._core.type_of(_name(path, "path"))
+
+    def inferred_codes(self):
+        """[(path, value, name)] of the leaves whose value is a code that the tables infer on
+        this generation rather than state, as `archspec check` notes them: a program that relies
+        on such a code relies on an inference."""
+        return self._core.inferred_codes()
 
     def check(self):
         """[Finding] of every leaf that holds a code of an enumeration type and whose value is

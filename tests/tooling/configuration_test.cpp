@@ -235,7 +235,7 @@ TEST(ConfigurationRead, JsonOfAnotherKindOrWithFaultsIsRefusedWhereItIs) {
       {ComparisonToJson(a, a, {}, "a", "b", false).dump(2),
        "this is the JSON of a comparison of two configurations, not of a configuration"},
       {LayoutToJson(a).dump(2), "this is the JSON of a tile's layout, not of a configuration"},
-      {FindingsToJson(a, {}, "f").dump(2),
+      {FindingsToJson(a, {}, {}, "f").dump(2),
        "this is the JSON of the findings of a check, not of a configuration"}};
   for (const auto& [data, message] : others) {
     const ReadResult read = Read(data, "mk43", "pcu");

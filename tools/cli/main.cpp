@@ -109,6 +109,7 @@ struct Options {
   bool exit_code = false;
   bool codes = false;
   bool nonzero = false;
+  bool strict = false;
 };
 
 // The generation named by --arch (or by `source`, a listing's header), chosen for the whole
@@ -267,11 +268,15 @@ bool Matches(std::string_view name, const std::string& pattern) {
 }
 
 json AccessorJson(const Accessor& accessor, const ArchVersion& version) {
-  json out{{"name", accessor.name}, {"kind", KindName(accessor.kind)}, {"type", accessor.type}};
-  const bool answered = IsAnswered(accessor, version);
-  out["answered"] = answered;
-  out["value"] = answered ? ReadAccessor(accessor) : json(nullptr);
-  return out;
+  return AccessorEntry(accessor, version, Enumerations::Of(version)->answers());
+}
+
+// "name = value", and for a code that the tables infer rather than state, a comment that says so:
+// a change of it is no known change of the hardware.
+std::string AnswerLine(const Accessor& accessor, const ArchVersion& version) {
+  std::string line = std::string(accessor.name) + " = " + ValueText(ReadAccessor(accessor));
+  if (IsInferred(accessor, version)) line += "  # inferred";
+  return line + "\n";
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -342,7 +347,7 @@ void RunGet(const Options& options, std::string& out) {
     if (options.json) {
       rows.push_back(AccessorJson(*accessor, version));
     } else {
-      out += name + " = " + ValueText(ReadAccessor(*accessor)) + "\n";
+      out += AnswerLine(*accessor, version);
     }
   }
   if (options.json) out += rows.dump(2) + "\n";
@@ -365,7 +370,7 @@ void RunList(const Options& options, std::vector<AccessorKind> kinds, std::strin
     if (options.json) {
       rows.push_back(AccessorJson(accessor, version));
     } else if (answered) {
-      out += std::string(accessor.name) + " = " + ValueText(ReadAccessor(accessor)) + "\n";
+      out += AnswerLine(accessor, version);
     } else {
       out += std::string(accessor.name) + ": not answered by " + GenerationLabel(version) + "\n";
     }
@@ -525,20 +530,29 @@ void RunDiff(const Options& options, std::string& out) {
   if (options.exit_code && !changes.empty()) throw Exit{kDifferent};
 }
 
-// Every typed leaf whose value is no code of its type: exit status 1 if there is one.
+// Every typed leaf whose value is no code of its type, and as notes those that hold a code the
+// tables infer: exit status 1 if there is a finding, or with --strict a note.
 void RunCheck(const Options& options, std::string& out) {
   const Configuration configuration = Load(options, options.file, FormOf(options));
   const std::vector<Finding> findings = configuration.Check();
+  const std::vector<size_t> inferred = configuration.InferredCodes();
   if (options.format == "json") {
-    out += FindingsToJson(configuration, findings, InputName(options.file)).dump(2) + "\n";
+    out +=
+        FindingsToJson(configuration, findings, inferred, InputName(options.file)).dump(2) + "\n";
   } else {
     for (const Finding& finding : findings) {
       out += configuration.naming().FindingText(finding) + "\n";
     }
-    out += "# " + std::to_string(findings.size()) + (findings.size() == 1 ? " leaf" : " leaves") +
-           " of " + InputName(options.file) + " with a value that is no code of its type\n";
+    for (size_t leaf : inferred) out += "note: " + configuration.InferredText(leaf) + "\n";
+    const auto leaves = [](size_t n) { return std::to_string(n) + (n == 1 ? " leaf" : " leaves"); };
+    out += "# " + leaves(findings.size()) + " of " + InputName(options.file) +
+           " with a value that is no code of its type\n";
+    if (!inferred.empty()) {
+      out += "# " + leaves(inferred.size()) + " with a code that is inferred, not stated" +
+             (options.strict ? " (faults with --strict)" : "") + "\n";
+    }
   }
-  if (!findings.empty()) throw Exit{kBadData};
+  if (!findings.empty() || (options.strict && !inferred.empty())) throw Exit{kBadData};
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -753,6 +767,8 @@ int Main(int argc, char** argv, std::string& out) {
   CLI::Option* check_bytes =
       check->add_flag("--bytes", options.bytes, "FILE holds the packed bytes");
   check->add_flag("--sparse", options.sparse, "FILE is a sparse listing")->excludes(check_bytes);
+  check->add_flag("--strict", options.strict,
+                  "Count a leaf that holds an inferred code as a fault too");
   check->add_option("--format", options.format, "text (default) or json")
       ->check(CLI::IsMember({"text", "json"}));
   AddForce(check, options);
