@@ -7,7 +7,7 @@ from html import escape
 
 import record_tables
 from facts import UNANSWERED
-from pages import form_html, frame, link, records_page_name, value_text
+from pages import form_html, frame, link, records_page_name, value_html
 
 KINDS = (("parameter", "Parameters"), ("enumerant", "Enumerants"), ("container", "Containers"),
          ("feature", "Features"), ("constraint", "Constraints"))
@@ -103,7 +103,7 @@ def _value_cell(c, g):
     """A generation's value of an accessor, marked (≈) where its code is inferred."""
     value = c.values.get(g.product, UNANSWERED)
     mark = ' class="inf"' if c.inferred.get(g.product) and value is not UNANSWERED else ""
-    return f"<td{mark}>{escape(value_text(value))}</td>"
+    return f"<td{mark}>{value_html(value)}</td>"  # a long list folds after its commas
 
 
 def _constants_section(a, b, facts, pages):

@@ -68,14 +68,14 @@ aria-label="value">
 <button type="button" id="save-bytes">Bytes</button>
 <button type="button" id="save-listing">Listing</button>
 </div>
-<details><summary>The bits</summary><pre id="bits"></pre></details>
+<details><summary>The bits</summary><pre id="bits" tabindex="0"></pre></details>
 </section>
 <section class="output" aria-label="listing">
 <h2>Listing <small id="summary"></small></h2>
-<pre id="listing"></pre>
+<pre id="listing" tabindex="0"></pre>
 </section>
 </div>
-<section class="map decoded" id="decode-map" aria-label="bit map" {geometry}>
+<section class="map decoded" id="decode-map" aria-label="bit map" tabindex="0" {geometry}>
 <div class="ruler-bar">{tile_page.ruler_svg()}</div>
 </section>
 """

@@ -200,15 +200,16 @@ def bits_text(n):
     return f"{n} bit" if n == 1 else f"{n} bits"
 
 
-def form_html(cell, page=""):
-    """A field's construct as its table cell reads, a nested record linked to its section."""
+def form_html(cell, page="", linked=True):
+    """A field's construct as its table cell reads, a nested record linked to its section (or
+    named only, where `linked` is false)."""
     if isinstance(cell, record_tables.Leaf):
         return bits_text(cell.bits)
     if isinstance(cell, record_tables.Packed):
         return f"{cell.count} × {bits_text(cell.bits)}, packed"
     if isinstance(cell, record_tables.Array):
-        return f"[{cell.count}] {form_html(cell.element, page)}"
-    return link(page, cell.name, cell.name)
+        return f"[{cell.count}] {form_html(cell.element, page, linked)}"
+    return link(page, cell.name, cell.name) if linked else escape(cell.name)
 
 
 def records_page(ns, records, layouts, instances):

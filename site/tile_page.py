@@ -258,7 +258,8 @@ def _tree_rows(node, records_page, type_pages, depth, opened, out):
                        f'<span>{child.first}</span><span>{child.bits}</span><span>{regs}</span>'
                        f'</div>')
             continue
-        kind = form_html(child.cell, records_page) if child.cell else ""
+        # A summary opens and closes its group: it holds no link (the legend links the records).
+        kind = form_html(child.cell, records_page, linked=False) if child.cell else ""
         state = " open" if depth <= opened else ""
         out.append(f'<details{state} id="{escape(child.path)}"><summary><span class="n">{name} '
                    f'<em>{kind}</em></span><span>{child.first}</span><span>{child.bits}</span>'

@@ -19,13 +19,7 @@
   let layout = null; // the open tile's layout: {arch, record, bits, header, leaves}
   let boxes = []; // per leaf, its group of boxes in the map
   let file = null; // {name, bytes} of the file opened, until the text is edited
-  let readAs = "sparse"; // the form of the last input decoded: "bits", "bytes" or "sparse"
-
-  // The most the tool reads of a configuration in any form (tooling/Files.h), refused in its
-  // words: a page must not read what the tool would refuse.
-  const CONFIGURATION_LIMIT = [4 << 20, "a configuration"];
-  const LIMITS = { bits: CONFIGURATION_LIMIT, bytes: CONFIGURATION_LIMIT,
-    sparse: CONFIGURATION_LIMIT, json: CONFIGURATION_LIMIT };
+  let readAs = "sparse"; // the form of the last input decoded: "bits", "bytes", "sparse", "json"
 
   function showError(text) {
     error.textContent = text;
@@ -149,13 +143,6 @@
     if (!open()) return;
     const told = inspect(bytes);
     const kind = told.form;
-    const [limit, what] = LIMITS[kind];
-    if (bytes.length > limit) {
-      clear();
-      showError(`archspec: error: cannot read ${name}: more than ${limit} bytes, the most ` +
-                `${what} may take; stopped reading there\n`);
-      return;
-    }
     {
       // A listing's header, or the JSON's arch and tile, choose the generation and tile, where
       // the page offers them.
@@ -170,6 +157,7 @@
       }
     }
     const started = performance.now();
+    // The module refuses input past the size the tool reads, in the tool's words.
     const complaint = module.decode(kind, bytes, name);
     if (complaint) {
       open(); // the module keeps nothing of a configuration that was refused

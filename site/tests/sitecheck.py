@@ -20,6 +20,10 @@ def arguments():
     parser.add_argument("--generated", help="the generated sources of the constants classes")
     parser.add_argument("--screenshots", help="where the browser test saves its screenshots")
     parser.add_argument("--decoder-module", help="the decoder page's module, where it was built")
+    parser.add_argument("--axe", default=os.path.join(SOURCE, "build", "npm", "node_modules",
+                                                      "axe-core", "axe.min.js"),
+                        help="axe-core's script, which the browser test runs in its pages "
+                        "(scripts/setup installs it in build/npm)")
     args, rest = parser.parse_known_args()
     sys.argv[1:] = rest
     return args

@@ -6,7 +6,8 @@ finds a leaf of the largest tile and the page shows its row and boxes, narrows b
 tile words, the bit map has one group of boxes per leaf and names the one under the pointer,
 constants read as `archspec get` answers them, enumerations sort by code, links lead to pages of
 the site, and the largest page is interactive within 2 seconds. The decoder page reads what the
-tool reads and writes what it writes, byte for byte.
+tool reads and writes what it writes, byte for byte. axe-core finds no critical or serious
+accessibility violation in a page of each kind, the decoder's before and after a decode included.
 
     test_browser.py --site BUILD/reference --archspec BUILD/tools/cli/archspec [--screenshots DIR]
                     [--decoder-module BUILD/site/wasm/archspec-decoder.js]
@@ -37,6 +38,39 @@ WIDTH, HEIGHT = 1400, 1000
 MODULE_LOAD_BOUND_MS, DECODE_BOUND_MS = 20000, 5000
 
 ARGS = sitecheck.arguments()
+# What axe-core reports that a page must not have: every rule runs, none is left out.
+AXE_IMPACTS = ("critical", "serious")
+AXE_RUN = """
+    const [impacts, done] = arguments;
+    axe.run(document, {resultTypes: ['violations']}).then(result => done(
+        result.violations.filter(v => impacts.includes(v.impact)).map(v => [
+            v.id, v.impact, v.help,
+            v.nodes.map(n => n.target.join(' ') + ': ' + n.failureSummary.replace(/\\s+/g, ' '))])),
+      error => done(String(error)));"""
+
+
+def accessibility_violations(driver):
+    """The critical and serious violations that axe-core finds in the page as it stands, as lines
+    to print: the rule, its impact and help, and the first elements with what fails in them."""
+    with open(ARGS.axe, encoding="utf-8") as f:
+        driver.execute_script(f.read())
+    driver.set_script_timeout(180)
+    found = driver.execute_async_script(AXE_RUN, list(AXE_IMPACTS))
+    # axe-core asks for the page's style sheets, which a page opened from disk may not fetch: what
+    # the browser logged of that is axe's, not the page's, and is no console error of a later test.
+    driver.get_log("browser")
+    if isinstance(found, str):
+        return [f"axe-core failed: {found}"]
+    lines = []
+    for rule, impact, help_text, nodes in found:
+        lines.append(f"{rule} ({impact}, {len(nodes)} elements): {help_text}")
+        lines += [f"    {node}" for node in nodes[:8]]
+    return lines
+
+
+def open_every_group(driver):
+    """Opens every group a reader can open: each <details> of the page."""
+    driver.execute_script("for (const d of document.querySelectorAll('details')) d.open = true;")
 
 
 def chromium():
@@ -117,6 +151,21 @@ class BrowserTest(unittest.TestCase):
                 self.assertEqual(self.js("return document.body.dataset.page"), page)
                 self.assertEqual(self.console_errors(), [])
 
+    def test_pages_of_every_kind_have_no_serious_accessibility_violation(self):
+        """axe-core in each kind of page, its groups opened: the home page, a tile and the largest
+        one, an enumeration type's page, the parameters, the changes, and search results."""
+        cases = [(page, None) for page in ("index.html", "tile-ko-switch.html", self.largest_page,
+                                           "registers.html", "params.html", "changes.html")]
+        cases.append(("index.html", "vsid"))
+        for page, search in cases:
+            with self.subTest(page=page, search=search):
+                self.open(page)
+                open_every_group(self.driver)
+                if search:
+                    self.search(search)
+                violations = accessibility_violations(self.driver)
+                self.assertEqual(violations, [], "\n" + "\n".join(violations))
+
     def test_search_finds_a_leaf_of_the_largest_tile_and_scrolls_to_its_row(self):
         leaves = self.layout["leaves"]
         index = len(leaves) * 2 // 3
@@ -143,7 +192,8 @@ class BrowserTest(unittest.TestCase):
         self.assertEqual(self.console_errors(), [])
 
     def test_every_page_fits_the_window_at_1400_pixels_and_at_200_percent(self):
-        """No page is wider than the window; at 200 % the header keeps every link inside it."""
+        """No page is wider than the window, as it opens and with every group opened; at 200 %
+        the header keeps every link inside it."""
         pages = sorted(n for n in os.listdir(ARGS.site) if n.endswith(".html"))
         # At 200 %, one page of each kind: the kind is the name up to its first '-'.
         kinds = {page.split("-")[0]: page for page in pages}
@@ -160,6 +210,10 @@ class BrowserTest(unittest.TestCase):
                             """)
                         self.assertLessEqual(widths[0], widths[1], "the page is wider")
                         self.assertLessEqual(widths[2], widths[1], "the header is cut")
+                        open_every_group(self.driver)
+                        self.assertLessEqual(
+                            self.js("return document.documentElement.scrollWidth"), widths[1],
+                            "the page is wider with its groups opened")
                 if zoom == 1:
                     self.open("flags.html")
                     self.screenshot("reference-flags.png")
@@ -480,6 +534,74 @@ class DecoderTest(unittest.TestCase):
         self.assertEqual(status, 0, error)
         return out
 
+    def test_the_page_empty_and_decoded_is_accessible_and_fits_the_window(self):
+        self.driver.refresh()
+        self.wait.until(lambda d: d.execute_script("return document.body.dataset.decoder"))
+        violations = accessibility_violations(self.driver)
+        self.assertEqual(violations, [], "\n" + "\n".join(violations))
+        product = max(self.products)
+        layout = sitecheck.tool_json(ARGS.archspec, "layout", "--arch", product, "agcu")
+        lines = [f"{leaf['path']} = 1" for leaf in layout["leaves"][::7]]
+        _, bits, _ = tool("encode", "--arch", product, "agcu", "-", data="\n".join(lines).encode())
+        self.assert_decodes_as_the_tool(product, "agcu", bits)
+        open_every_group(self.driver)
+        violations = accessibility_violations(self.driver)
+        self.assertEqual(violations, [], "\n" + "\n".join(violations))
+        self.assertLessEqual(*self.js("return [document.documentElement.scrollWidth, innerWidth]"))
+
+    def test_a_failed_decode_leaves_no_configuration_and_set_starts_from_zero(self):
+        before = os.path.join(sitecheck.SOURCE, "tests", "cli", "data", "before.bits")
+        with open(before, encoding="utf-8") as f:
+            self.assert_decodes_as_the_tool("mk43", "pcu", f.read())
+        _, error = self.decode("mk43", "pcu", "simd_structIn[0][0].stage_opcod = 1\n")
+        self.assertIn("unknown path", error)
+        shown = self.js("""return ['listing', 'findings', 'check-note', 'bits', 'summary'].map(
+            id => document.getElementById(id).textContent).concat(
+            document.querySelectorAll('#bitmap g.on').length)""")
+        self.assertEqual(shown, ["", "", "", "", "", 0])
+        line = "common_structIn.udc_init_value[1] = 5\n"
+        self.js("""path.value = 'common_structIn.udc_init_value[1]'; value.value = '5';
+                   document.getElementById('set').click();""")
+        _, expected, _ = tool("encode", "--arch", "mk43", "pcu", "-", data=line.encode())
+        self.assertEqual(self.js("return [error.textContent, bits.textContent]"), ["", expected])
+
+    def test_decode_after_set_reads_the_configuration_set(self):
+        """Set writes the configuration into the input, in the form it was read: Decode keeps it."""
+        before = os.path.join(sitecheck.SOURCE, "tests", "cli", "data", "before.bits")
+        with open(before, encoding="utf-8") as f:
+            bits = f.read()
+        listing = tool("decode", "--arch", "mk43", "pcu", before, "--format", "sparse")[1]
+        path, value = "simd_structIn[1][0].stage_opcode", "stage_opcode_alu_op_max"
+        expected = self.patched(before, path, value)
+        with open(expected, encoding="utf-8") as f:
+            expected = f.read()
+        for text in (bits, listing):
+            with self.subTest(form="bits" if text is bits else "listing"):
+                self.decode("mk43", "pcu", text)
+                self.js("""path.value = arguments[0]; value.value = arguments[1];
+                           document.getElementById('set').click();
+                           document.getElementById('decode').click();""", path, value)
+                self.assertEqual(self.js("return [error.textContent, bits.textContent]"),
+                                 ["", expected])
+                self.assertEqual(self.js("return input.value") == expected, text is bits)
+
+    def test_a_listing_over_the_tools_limit_is_refused_as_the_tool_refuses_it(self):
+        """4 MiB of listing are read, one byte more is refused, in the words of the tool reading
+        the same text from a pipe (which it cannot measure before reading)."""
+        limit = 4 << 20
+        line = "simd_structIn[0][0].stage_opcode = 1\n"
+        padding = limit - len(line) - 1
+        for size, status in ((limit, 0), (limit + 1, 1)):
+            with self.subTest(size=size):
+                text = "#" + "x" * (padding - 1 + size - limit) + "\n" + line
+                self.assertEqual(len(text), size)
+                listing, error = self.decode("mk43", "pcu", text)
+                got, _, expected = tool("encode", "--arch", "mk43", "pcu", "-",
+                                        data=text.encode())
+                self.assertEqual((got, error.rstrip("\n")),
+                                 (status, expected.replace("<stdin>", "input").rstrip("\n")))
+                self.assertEqual(listing == "", status == 1)
+
     def test_bad_input_shows_the_tool_message(self):
         """The page names pasted text "input", so the tool reads a file of that name."""
         cases = [("mk43", "pcu", "0101 2\n"),
@@ -513,6 +635,9 @@ def main():
         return 1
     if shutil.which("chromedriver") is None:
         print("error: chromedriver is missing: apt-get install chromium-driver")
+        return 1
+    if not os.path.isfile(ARGS.axe):
+        print(f"error: axe-core is missing ({ARGS.axe}): scripts/setup installs it")
         return 1
     result = unittest.main(exit=False, verbosity=2).result
     return 0 if result.wasSuccessful() else 1
