@@ -21,6 +21,8 @@
 #include "AccessorsJson.h"
 #include "Configuration.h"
 #include "ConfigurationJson.h"
+#include "Datasheet.h"
+#include "DatasheetJson.h"
 #include "Delta.h"
 #include "Diagnostic.h"
 #include "Layout.h"
@@ -310,8 +312,9 @@ class Tile {
         throw py::key_error("no enumerant named '' (an empty name) for " + path);
       }
       generation_->Code(name);  // KeyError or NotAnswered for a name it does not answer
+      // The listing's own complaint, which names the path and the value.
       if (const std::optional<std::string> error = config_.Set(path, name)) {
-        throw py::value_error(path + " = " + EchoText(name) + ": " + *error);
+        throw py::value_error(*error);
       }
       return;
     }
@@ -353,6 +356,10 @@ class Tile {
 
   // The enumeration type of the leaf at `path`, or None.
   py::object TypeOf(const std::string& path) const {
+    if (const Branch* branch = layout().FindBranch(path)) {
+      throw py::key_error(path + " is " + (branch->array ? "an array" : "a record") +
+                          ", not a leaf: only a leaf holds a code of a type");
+    }
     const Enumeration* type = naming().TypeOf(LeafOf(path));
     return type == nullptr ? py::none() : py::object(py::str(std::string(type->name())));
   }
@@ -522,7 +529,29 @@ PYBIND11_MODULE(_core, m) {
              return out;
            })
       .def("code", &Generation::Code)
-      .def("inferred", &Generation::Inferred);
+      .def("inferred", &Generation::Inferred)
+      .def("describe",
+           [](const Generation& g, const std::string& family, const std::string& name) {
+             // The accessor's entry as `archspec get --json` gives it: value, kind, type and,
+             // for a parameter, its group, quantity and unit.
+             const Accessor* accessor = FindAccessor(name);
+             if (accessor == nullptr || Family(*accessor) != family) g.Value(family, name);
+             return ToPython(AccessorEntry(*accessor, g.row().version, g.answers()));
+           })
+      .def("enumeration",
+           [](const Generation& g, const std::string& type) {
+             // The type as `archspec get --json TYPE` gives it.
+             const std::optional<EnumerationAnswer> answer =
+                 AnswerEnumeration(g.row().version, type);
+             if (!answer.has_value()) {
+               std::string what = WhatNameIs(g.row().version, type);
+               throw py::key_error(what.empty() ? g.Label() +
+                                                      " answers no enumeration type named " +
+                                                      EchoText(type)
+                                                : what);
+             }
+             return ToPython(EnumerationJson(g.row().version, *answer));
+           });
 
   py::class_<Tile>(m, "Tile")
       .def(py::init([](std::shared_ptr<Generation> generation, const std::string& tile) {

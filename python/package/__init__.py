@@ -165,6 +165,14 @@ class Generation:
         order of their codes; the names are those a listing or a tile takes as values."""
         return self._core.enumerations()
 
+    def enumeration(self, type):
+        """The enumeration type `type` ("stage_opcode_t") as this generation answers it, as
+        `archspec get --json` gives it: {"name", "kind", "generation", "names": [{"name", "code",
+        "inferred"}] by code, "fields": {tile: [{"path", "leaves"}]}} with paths as templates
+        ("simd_structIn[][].stage_opcode"). KeyError for a type the generation does not answer,
+        saying what the name is where it names a tile or a field."""
+        return self._core.enumeration(_name(type, "type"))
+
     def fields_of(self, type):
         """{tile: [path]}: the leaves of each tile that hold a code of enumeration type `type`
         ("stage_opcode_t"), in bit order. KeyError for a type the generation does not answer."""
@@ -248,6 +256,14 @@ class Answers:
         hardware."""
         return self._core.inferred(_name(name, "accessor"))
 
+    def describe(self, name):
+        """The accessor `name` as `archspec get --json` gives it: {"name", "kind", "type",
+        "answered", "value"} and, for a parameter, its "group" heading and the "quantity" and
+        "unit" its name's ending gives it (None where the rule gives none), with a "derived"
+        figure where there is one (the clock frequency of cycle_time). An accessor the generation
+        does not answer is described too, with "answered" false."""
+        return self._core.describe(self._family, _name(name, "accessor"))
+
     def names(self):
         """The names of the accessors this generation answers, in interface order."""
         if self._names is None:
@@ -313,7 +329,13 @@ class Tile:
     def __getattr__(self, name):
         if name.startswith("_"):
             raise AttributeError(name)
-        return self._root().__getattr__(name)
+        try:
+            return self._root().__getattr__(name)
+        except AttributeError as e:
+            # Not a method of a Tile either: say both, with the nearest member if there is one.
+            hint = e.args[0].partition("; ")[2]
+            raise AttributeError(f"a Tile has no attribute {name!r}, and {self.record} no member "
+                                 f"named so" + (f"; {hint}" if hint else "")) from None
 
     def __setattr__(self, name, value):
         _set_attribute(self._root(), Tile, name, value)
@@ -494,8 +516,8 @@ class Node:
                 raise TypeError(f"{self._where()} is a record: reach its members by name")
             index = key + elements if key < 0 else key
             if not 0 <= index < elements:
-                raise IndexError(f"index {key} out of range for {self._where()}, which has "
-                                 f"{elements} elements")
+                raise IndexError(f"index {_int_text(key)} out of range for {self._where()}, "
+                                 f"which has {elements} elements")
             return self._join(index)
         _name(key, "member name")
         if array:
@@ -624,6 +646,13 @@ def _set_attribute(node, owner, name, value):
 def _restore_tile(product, tile, data):
     """A pickled tile: its generation, tile name and bytes."""
     return generation(product).tile_from_bytes(tile, data)
+
+
+def _int_text(value):
+    """An int as a complaint shows it: its digits, or for one too long to write out, its size."""
+    if value.bit_length() <= 256:
+        return str(value)
+    return f"{'-' if value < 0 else ''}2**{abs(value).bit_length() - 1}..."
 
 
 def _valid(text):
