@@ -157,14 +157,19 @@ class BrowserTest(unittest.TestCase):
         cases = [(page, None) for page in ("index.html", "tile-ko-switch.html", self.largest_page,
                                            "registers.html", "params.html", "changes.html")]
         cases.append(("index.html", "vsid"))
+        took = []
         for page, search in cases:
             with self.subTest(page=page, search=search):
                 self.open(page)
                 open_every_group(self.driver)
                 if search:
                     self.search(search)
+                started = time.monotonic()
                 violations = accessibility_violations(self.driver)
+                seconds = time.monotonic() - started
+                took.append(f"{page}{' searched' if search else ''} {seconds:.1f} s")
                 self.assertEqual(violations, [], "\n" + "\n".join(violations))
+        print("\naxe-core: " + ", ".join(took), file=sys.stderr)
 
     def test_search_finds_a_leaf_of_the_largest_tile_and_scrolls_to_its_row(self):
         leaves = self.layout["leaves"]
