@@ -123,6 +123,14 @@ class Generation {
     return ToPython(ReadAccessor(*accessor, answers()));
   }
 
+  // The accessor's entry as `archspec get --json` gives it: value, kind, type and, for a
+  // parameter, its group, quantity and unit; refused as Value refuses an unknown name.
+  py::object Describe(const std::string& family, const std::string& name) const {
+    const Accessor* accessor = FindAccessor(name);
+    if (accessor == nullptr || Family(*accessor) != family) Value(family, name);
+    return ToPython(AccessorEntry(*accessor, row_.version, answers()));
+  }
+
   // Whether the generation's code of the enumerant `name` is inferred rather than stated.
   bool Inferred(const std::string& name) const {
     const Accessor* accessor = FindAccessor(name);
@@ -530,14 +538,7 @@ PYBIND11_MODULE(_core, m) {
            })
       .def("code", &Generation::Code)
       .def("inferred", &Generation::Inferred)
-      .def("describe",
-           [](const Generation& g, const std::string& family, const std::string& name) {
-             // The accessor's entry as `archspec get --json` gives it: value, kind, type and,
-             // for a parameter, its group, quantity and unit.
-             const Accessor* accessor = FindAccessor(name);
-             if (accessor == nullptr || Family(*accessor) != family) g.Value(family, name);
-             return ToPython(AccessorEntry(*accessor, g.row().version, g.answers()));
-           })
+      .def("describe", &Generation::Describe)
       .def("enumeration",
            [](const Generation& g, const std::string& type) {
              // The type as `archspec get --json TYPE` gives it.

@@ -9,6 +9,7 @@
 #include "FieldTypes.h"
 #include "Nearest.h"
 #include "Tile.h"
+#include "Units.h"
 #include "compiler/arch_spec/ArchSpec.h"
 #include "compiler/arch_spec/gen/ArchConstants.h"
 #include "compiler/arch_spec/gen/GenerationTable.h"
@@ -216,6 +217,21 @@ json AccessorEntry(const Accessor& accessor, const zu::spec::ArchVersion& versio
   out["answered"] = answered;
   out["value"] = answered ? ReadAccessor(accessor, answers) : json(nullptr);
   if (accessor.kind == AccessorKind::kEnum) out["inferred"] = IsInferred(accessor, version);
+  // A parameter's group heading, and its quantity and unit by the rule of Units.h (null where the
+  // rule gives none), with a figure derived from its value where there is one.
+  if (const ParameterRow* row =
+          accessor.kind == AccessorKind::kScalar ? FindParameter(accessor.name) : nullptr) {
+    const auto text = [](const char* s) { return *s != '\0' ? json(s) : json(nullptr); };
+    out["group"] = row->group;
+    out["quantity"] = text(row->quantity);
+    out["unit"] = text(row->unit);
+    if (out["value"].is_number()) {
+      if (const std::optional<DerivedFigure> figure =
+              DeriveFigure(*row, out["value"].get<double>())) {
+        out["derived"] = {{"name", figure->name}, {"value", figure->value}, {"unit", figure->unit}};
+      }
+    }
+  }
   return out;
 }
 

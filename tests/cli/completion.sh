@@ -64,8 +64,8 @@ for spelling in "--arch mk41" "--arch = mk41" "--arch=mk41"; do
   rm -f asked
   read -ra arch <<< "$spelling"
   expect "name_of_features" ./tool get "${arch[@]}" name_of_f
-  if [ "$(sort -u asked)" != "$(lines "constants --arch mk41 --match name_of_f" \
-    "constraints --arch mk41 --match name_of_f" "features --arch mk41 --match name_of_f")" ]; then
+  if [ "$(sort -u asked)" != "$(lines "constants --arch mk41 --match name_of_f*" \
+    "constraints --arch mk41 --match name_of_f*" "features --arch mk41 --match name_of_f*")" ]; then
     echo "get $spelling asked: $(cat asked)"
     failures=$((failures + 1))
   fi

@@ -166,14 +166,15 @@ std::string BashCompletion(const CLI::App& app, const std::vector<std::string>& 
   }
   if (!accessors.empty()) {
     // Accessor names, asked of the tool itself for the generation of --arch (thousands of names:
-    // too many to write into the script). Its lines read `name = value` or `name: ...`.
+    // too many to write into the script). Its lines read `name = value` or `name: ...`. The
+    // typed word, without the characters a glob reads, asks for the names it begins.
     operands += "    " + accessors + R"()
       local kind line
       while IFS= read -r line; do
         line=${line%%[ :]*}
         [[ $line == "$cur"* ]] && COMPREPLY+=("$line")
       done < <(for kind in constants features constraints; do
-        "${COMP_WORDS[0]}" "$kind" --arch "$arch" --match "$cur" 2> /dev/null
+        "${COMP_WORDS[0]}" "$kind" --arch "$arch" --match "${cur//[][*?]/}*" 2> /dev/null
       done)
       ;;
 )";

@@ -33,6 +33,8 @@
 #include "Completion.h"
 #include "Configuration.h"
 #include "ConfigurationJson.h"
+#include "Datasheet.h"
+#include "DatasheetJson.h"
 #include "Delta.h"
 #include "Diagnostic.h"
 #include "Files.h"
@@ -260,13 +262,6 @@ void OneStandardInput(const std::string& a, const std::string& b, const char* na
   }
 }
 
-bool Matches(std::string_view name, const std::string& pattern) {
-  if (pattern.empty()) return true;
-  const auto lower = [](char c) { return std::tolower(static_cast<unsigned char>(c)); };
-  return std::search(name.begin(), name.end(), pattern.begin(), pattern.end(),
-                     [&](char a, char b) { return lower(a) == lower(b); }) != name.end();
-}
-
 json AccessorJson(const Accessor& accessor, const ArchVersion& version) {
   return AccessorEntry(accessor, version, Enumerations::Of(version)->answers());
 }
@@ -276,6 +271,8 @@ json AccessorJson(const Accessor& accessor, const ArchVersion& version) {
 std::string AnswerLine(const Accessor& accessor, const ArchVersion& version) {
   std::string line = std::string(accessor.name) + " = " + ValueText(ReadAccessor(accessor));
   if (IsInferred(accessor, version)) line += "  # inferred";
+  const std::string note = AnswerNote(accessor, Enumerations::Of(version)->answers());
+  if (!note.empty()) line += "  # " + note;
   return line + "\n";
 }
 
@@ -329,6 +326,22 @@ void RunGet(const Options& options, std::string& out) {
   for (const std::string& name : options.names) {
     const Accessor* accessor = FindAccessor(name);
     if (accessor == nullptr) {
+      // An enumeration type is answered with its names and codes and the fields that take it.
+      if (const std::optional<EnumerationAnswer> type = AnswerEnumeration(version, name)) {
+        if (options.json) {
+          rows.push_back(EnumerationJson(version, *type));
+        } else {
+          out += EnumerationText(version, *type);
+        }
+        continue;
+      }
+      if (std::string what = WhatNameIs(version, name); !what.empty()) {
+        if (what.find(" names a tile") != std::string::npos) {
+          what += " (its fields: archspec layout --arch " + options.arch + " " + name + ")";
+        }
+        complain(what);
+        continue;
+      }
       std::string message = "no accessor named " +
                             (name.empty() ? std::string("'' (an empty name)") : EchoText(name));
       if (hints < limits.max_hints) {
@@ -364,7 +377,7 @@ void RunList(const Options& options, std::vector<AccessorKind> kinds, std::strin
   json rows = json::array();
   for (const Accessor& accessor : AllAccessors()) {
     if (std::find(kinds.begin(), kinds.end(), accessor.kind) == kinds.end()) continue;
-    if (!Matches(accessor.name, options.match)) continue;
+    if (!NameMatches(accessor.name, options.match)) continue;
     const bool answered = IsAnswered(accessor, version);
     if (options.answered_only && !answered) continue;
     if (options.json) {
@@ -641,18 +654,22 @@ int Main(int argc, char** argv, std::string& out) {
   archs->footer("Example:\n  archspec archs");
 
   CLI::App* get = AddArch(app.add_subcommand("get", "Answer accessors by name"), options);
-  get->add_option("NAME", options.names, "Accessor names (constants, features, constraints)")
+  get->add_option("NAME", options.names,
+                  "Accessor names (constants, features, constraints) or enumeration types")
       ->required();
   get->add_flag("--json", options.json, "Print JSON");
   get->footer(
       "An accessor the generation does not answer is reported, and the exit status is 1.\n"
       "Examples:\n"
       "  archspec get --arch mk43 ag_addr_width pcu_ctrchain_ctr_width\n"
-      "  archspec get --arch mk43 stage_opcode_alu_op_madd fp8_support");
+      "  archspec get --arch mk43 stage_opcode_alu_op_madd fp8_support\n"
+      "  archspec get --arch mk44 stage_opcode_t cycle_time");
 
   const auto add_list = [&](const char* name, const char* what, const char* example) {
     CLI::App* command = AddArch(app.add_subcommand(name, what), options);
-    command->add_option("--match", options.match, "Only names containing TEXT (any case)");
+    command->add_option("--match", options.match,
+                        "Only names with these whole _-separated words, or matching a glob "
+                        "(*, ?, [...]); any case");
     command->add_flag("--json", options.json, "Print JSON (name, kind, type, answered, value)");
     command->footer(example);
     return command;

@@ -29,6 +29,7 @@ class Scalar:
     values: dict  # column -> C++ literal, or None where the generation does not answer
     line: int
     rule: object = None  # (columns, C++ expression) of a derived accessor
+    group: str = ""  # the title of the group heading the row stands under
 
 
 @dataclasses.dataclass
@@ -86,6 +87,7 @@ class _Reader:
             totals = declared(path, line.number, "group", cells, ("answered",), title=True)
             self.section = "group"
             self.groups.append((totals, []))
+            self.group_title = " ".join(word for word in cells[1:] if "=" not in word)
         elif word == "derived" or word in self.inheriting:
             self.section = word
             self.heads[word] = declared(path, line.number, word, cells, ())
@@ -117,7 +119,7 @@ class _Reader:
                  f"expected one (first at line {self.scalars[name].line})")
         values = {g: None if c == "-" else check_value(path, line.number, name, g, cpp_type, c)
                   for g, c in zip(self.columns, cells[2:])}
-        self.scalars[name] = Scalar(name, cpp_type, values, line.number)
+        self.scalars[name] = Scalar(name, cpp_type, values, line.number, group=self.group_title)
         self.groups[-1][1].append(self.scalars[name])
 
 
