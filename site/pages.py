@@ -7,6 +7,7 @@ import json
 from html import escape
 
 import record_tables
+import units
 from facts import UNANSWERED
 
 SITE = "archspec reference"
@@ -55,13 +56,22 @@ def records_page_name(ns):
     return f"records-{ns}.html"
 
 
-# The unit or kind of a parameter, as the ending of its name says it.
-UNITS = (("_width", "bits"), ("_depth", "entries"), ("_latency", "cycles"),
-         ("bandwidth", "bytes per second"), ("cycle_time", "seconds"))
+_SHEET = {}
+
+
+def sheet():
+    """{name: (group, type, (quantity, unit, derived) or None, line)} of every parameter, by the
+    generators' rule (units.py), read once."""
+    if not _SHEET:
+        _SHEET.update(units.sheet())
+    return _SHEET
 
 
 def unit(name):
-    return next((u for ending, u in UNITS if name.endswith(ending)), "")
+    """A parameter's unit, or its quantity where that has no unit ("count"); empty where the rule
+    gives it none."""
+    meaning = sheet()[name][2] if name in sheet() else None
+    return (meaning[1] or meaning[0]) if meaning else ""
 
 
 def value_html(value):
@@ -169,9 +179,47 @@ def enum_page(types, columns):
 
 
 def kind_page(title, page, constants, columns, lead, show_unit=False):
-    """Parameters or containers: every accessor of the kind, one column per generation."""
+    """Parameters or containers: every accessor of the kind, one column per generation. The
+    parameters (`show_unit`) stand in the groups of their table, each with its unit."""
+    if show_unit:
+        return frame(title, page, f'<h1>{escape(title)}</h1><p class="lead">{lead}</p>{LEGEND}'
+                     f'{parameter_groups(constants, columns)}')
     return frame(title, page, f'<h1>{escape(title)}</h1><p class="lead">{lead}</p>{LEGEND}'
                  f'{constants_table(constants, columns, show_type=True, show_unit=show_unit)}')
+
+
+def group_id(title):
+    """"PCU: latencies and delays in cycles" as "pcu-latencies-and-delays-in-cycles"."""
+    return "-".join("".join(c if c.isalnum() else " " for c in title.lower()).split())
+
+
+def parameter_groups(constants, columns):
+    """A section per group heading of the table of parameters, in the table's order, its rows in
+    the table's order; the rows that no generation answers folded away under a switch of their
+    own, open on demand."""
+    by_name = {c.name: c for c in constants}
+    groups = {}
+    for name, (group, _, _, _) in sheet().items():
+        if name in by_name:
+            groups.setdefault(group, []).append(by_name[name])
+    toc = "".join(f'<li>{link("", group_id(g), g)} <small>{len(rows)}</small></li>'
+                  for g, rows in groups.items())
+    sections = []
+    for group, rows in groups.items():
+        answered = [c for c in rows if any(c.answered_by(g.product) for g in columns)]
+        unanswered = [c for c in rows if c not in answered]
+        table = constants_table(answered, columns, show_type=True, show_unit=True)
+        folded = ""
+        if unanswered:
+            folded = (f'<details class="unanswered"><summary>{len(unanswered)} '
+                      f'{"parameter" if len(unanswered) == 1 else "parameters"} that no '
+                      f'generation answers</summary>'
+                      f'{constants_table(unanswered, columns, show_type=True, show_unit=True)}'
+                      f'</details>')
+        sections.append(f'<section id="{group_id(group)}"><h2>{escape(group)}</h2>'
+                        f'<p>{len(answered)} answered by at least one generation</p>'
+                        f'{table}{folded}</section>')
+    return f'<ul class="toc">{toc}</ul>{"".join(sections)}'
 
 
 def flags_page(flags, columns):

@@ -46,7 +46,7 @@ def answers(archspec, product):
         for line in tool_text(archspec, command, "--arch", product).splitlines():
             if " = " in line:
                 name, value = line.split(" = ", 1)
-                found[name] = value
+                found[name] = value.split("  # ", 1)[0]  # without its unit or mark
             else:
                 found[line.split(":", 1)[0]] = None
     return found

@@ -27,8 +27,10 @@ sys.path[:0] = [SITE_SOURCE, GEN_DIR]
 
 import changes  # noqa: E402  (after the path to the site's and the generators' modules)
 import genlib  # noqa: E402
+import pages  # noqa: E402
 import record_tables  # noqa: E402
 import tile_page  # noqa: E402
+import units  # noqa: E402
 
 PAGE_LIMIT = 5_000_000
 MODULE_LIMIT = 8_000_000
@@ -231,6 +233,36 @@ class ConstantPagesTest(unittest.TestCase):
                 self.assertEqual("inf" in cells[product][1], inferred(cls, accessor),
                                  f"{accessor} {product}")
                 self.assertEqual(shown_source, source, accessor)
+
+
+class ParameterPageTest(unittest.TestCase):
+    """The parameters page stands as the table of parameters does: its groups in the table's
+    order, each group's rows in the table's order, each with the unit the generators' rule gives,
+    and the rows that no generation answers folded under their group's switch."""
+
+    def test_groups_rows_and_units_are_the_tables(self):
+        sheet = units.sheet()
+        answers = {p: sitecheck.answers(ARGS.archspec, p)
+                   for p in sitecheck.products(ARGS.archspec)}
+        groups = {}
+        for name, (group, _, _, _) in sheet.items():
+            groups.setdefault(group, []).append(name)
+        sections = [s for s in page("params.html").root.iter("section")]
+        self.assertEqual([s.attrs.get("id") for s in sections],
+                         [pages.group_id(g) for g in groups])
+        for section, (group, names) in zip(sections, groups.items()):
+            self.assertEqual(next(section.iter("h2")).text(), group)
+            shown, folded = [], []
+            for tr in section.iter("tr"):
+                if "id" not in tr.attrs:
+                    continue
+                (folded if tr.ancestor("details") else shown).append(tr.attrs["id"])
+                meaning = sheet[tr.attrs["id"]][2]
+                self.assertEqual(next(tr.iter("td", "unit")).text(),
+                                 (meaning[1] or meaning[0]) if meaning else "", tr.attrs["id"])
+            answered = [n for n in names if any(a[n] is not None for a in answers.values())]
+            self.assertEqual(shown, answered, group)
+            self.assertEqual(folded, [n for n in names if n not in answered], group)
 
 
 class ChangesTest(unittest.TestCase):
