@@ -35,10 +35,8 @@ configure_file(${ARCHSPEC_PACKAGING}/lintian-overrides.in
 
 # Each package's documents, only where a package is made (a component's own install), so that
 # `cmake --install` of the whole project does not write them.
-set(ARCHSPEC_COMPONENTS "")
 while(ARCHSPEC_PACKAGES)
   list(POP_FRONT ARCHSPEC_PACKAGES component package)
-  list(APPEND ARCHSPEC_COMPONENTS ${component})
   string(TOUPPER ${component} upper)
   set(CPACK_DEBIAN_${upper}_PACKAGE_NAME ${package})
   install(FILES ${ARCHSPEC_PACKAGING}/copyright ${CMAKE_CURRENT_BINARY_DIR}/packaging/changelog.gz
