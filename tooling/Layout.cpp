@@ -16,7 +16,11 @@ namespace {
 // array's in reverse (each new one put first), which is the order of printing in both.
 class PrintTree {
  public:
-  PrintTree() { nodes_.push_back({}); }
+  // For the leaves of a layout of `leaves`, a node each and some above them.
+  explicit PrintTree(size_t leaves) {
+    nodes_.reserve(leaves + leaves / 2 + 1);
+    nodes_.push_back({});
+  }
 
   // Adds leaf `leaf` of `width` bits, whose path has these steps.
   void Add(const std::vector<std::string_view>& steps, size_t leaf, uint32_t width) {
@@ -110,7 +114,7 @@ Layout::Layout(std::string record, uint32_t bits, std::vector<Leaf> leaves)
   for (size_t i = 0; i < leaves_.size(); ++i) index_.emplace(leaves_[i].path, i);
   // Each step of a leaf's path is a member of the branch that the path before it names: a record
   // before a member's name, an array before an index; the tile's record is the branch "".
-  PrintTree print;
+  PrintTree print(leaves_.size());
   for (size_t i = 0; i < leaves_.size(); ++i) {
     const Leaf& leaf = leaves_[i];
     const std::vector<std::string_view> steps = PathSteps(leaf.path);
@@ -201,7 +205,7 @@ std::optional<BitPlace> Layout::PlaceOfBit(uint32_t bit) const {
   place.leaf = *index;
   // The leaf's bits stand most significant first: its first bit is value bit width - 1.
   place.value_bit = leaf.width - 1 - (bit - leaf.offset);
-  const bool high_word = place.value_bit > 32;
+  const bool high_word = place.value_bit >= 32;
   place.reg = high_word ? leaf.reg_hi.value_or(0) : leaf.reg_lo;
   place.register_bit = high_word ? place.value_bit - 32 : place.value_bit;
   return place;
