@@ -13,10 +13,12 @@
 #include <string>
 #include <vector>
 
+#include "Configuration.h"
 #include "Names.h"
 #include "RecordCatalog.h"
 #include "Sparse.h"
 #include "Tile.h"
+#include "TreeText.h"
 #include "compiler/arch_spec/ArchSpec.h"
 #include "compiler/arch_spec/gen/ArchConstants.h"
 
@@ -309,17 +311,79 @@ void Listings() {
         for (auto _ : state) benchmark::DoNotOptimize(names->Check(*values).size());
         Report(state, *bits);
       });
+      // The tree with names as the tool prints it, written from the layout, whole and cut to
+      // what is set.
+      const auto tree = [=](benchmark::State& state, bool nonzero) {
+        for (auto _ : state) {
+          benchmark::DoNotOptimize(
+              archspec::WriteTree(record->layout(), *values, names, nonzero).data());
+        }
+        Report(state, *bits);
+      };
+      benchmark::RegisterBenchmark((label + "/Tree").c_str(), tree, false);
+      benchmark::RegisterBenchmark((label + "/TreeNonzero").c_str(), tree, true);
+      // The library's print of the registered record, codes alone: what the tree with names cost
+      // at least while it was made from this print's text.
+      benchmark::RegisterBenchmark((label + "/TreeRegistered").c_str(),
+                                   [=](benchmark::State& state) {
+                                     for (auto _ : state) {
+                                       benchmark::DoNotOptimize(record->WriteTree(*values).data());
+                                     }
+                                     Report(state, *bits);
+                                   });
+      // A layout made from its leaves, as a record class's is once per process (the walk of the
+      // registered record that finds the leaves stays outside).
+      benchmark::RegisterBenchmark((label + "/Layout").c_str(), [=](benchmark::State& state) {
+        for (auto _ : state) {
+          std::vector<archspec::Leaf> leaves = record->layout().leaves();
+          TimeAlone(state, [&] {
+            const archspec::Layout layout(tile.record, record->layout().bits(), std::move(leaves));
+            benchmark::DoNotOptimize(layout.leaves().data());
+          });
+        }
+        Report(state, *bits);
+      })->UseManualTime();
     }
   }
 }
 
 }  // namespace
 
+// A configuration read as the faces read it (Configuration::Read, the form told from the data)
+// from each form that names its tile: a listing with names and its JSON, of the largest tile of
+// each records namespace. Every leaf holds random bits, so that every leaf is listed.
+void Reads() {
+  for (const zu::spec::GenerationRow& row : zu::spec::GenerationTable()) {
+    if (!row.selectable || row.version.minor != 0) continue;  // mk42 has mk41's records
+    const archspec::TileType& tile = *archspec::FindTileType("agcu");
+    std::optional<archspec::Configuration> zero = archspec::Configuration::Zero(row.version, tile);
+    if (!zero.has_value()) continue;
+    const auto bits = std::make_shared<std::string>(RandomBits(zero->layout().bits()));
+    archspec::ReadRequest request;
+    request.form = archspec::Form::kBits;
+    request.generation = row.product_name;
+    request.tile = tile.name;
+    const archspec::Configuration random =
+        *archspec::Configuration::Read(*bits, request).configuration;
+    const std::string label = std::string(row.records) + "/" + tile.record;
+    const auto read = [bits](benchmark::State& state, const std::string& data) {
+      for (auto _ : state) {
+        benchmark::DoNotOptimize(
+            archspec::Configuration::Read(data, {}).configuration->values().data());
+      }
+      Report(state, *bits);
+    };
+    benchmark::RegisterBenchmark((label + "/ReadListing").c_str(), read, random.ToListing());
+    benchmark::RegisterBenchmark((label + "/ReadJson").c_str(), read, random.ToJson());
+  }
+}
+
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
   for (const RecordClass& tile : archspec::TileRecordClasses()) RegisterTile(tile);
   Accessors();
   Listings();
+  Reads();
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
   return 0;

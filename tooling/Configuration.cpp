@@ -9,6 +9,7 @@
 
 #include "BitText.h"
 #include "ConfigurationJson.h"
+#include "RecordOrder.h"
 #include "TreeText.h"
 #include "compiler/arch_spec/gen/GenerationTable.h"
 
@@ -58,12 +59,13 @@ InputKind InspectInput(std::string_view data, std::optional<Form> forced, uint32
     kind.names = std::move(header);
     return kind;
   }
-  const size_t unprintable = Unprintable(data);
+  // JSON's reader refuses a byte that no text holds wherever it stands.
   const size_t first = text.find_first_not_of(" \t\r\n");
-  if (first != std::string_view::npos && text[first] == '{' && unprintable == 0) {
+  if (first != std::string_view::npos && text[first] == '{') {
     kind.form = Form::kJson;
     return kind;
   }
+  const size_t unprintable = Unprintable(data);
   size_t bits = 0;
   size_t others = 0;
   for (char c : text) {
@@ -276,12 +278,18 @@ std::optional<std::string> Configuration::CanCompare(const Configuration& other)
 }
 
 std::vector<LeafChange> Configuration::Compare(const Configuration& other) const {
-  return CompareConfigurations(values_, other.values_);
+  // In the record's order, as a person reads the configurations.
+  std::vector<LeafChange> changes = CompareConfigurations(values_, other.values_);
+  const std::vector<size_t> ranks = RecordRanks(layout());
+  std::sort(changes.begin(), changes.end(), [&](const LeafChange& a, const LeafChange& b) {
+    return ranks[a.leaf] < ranks[b.leaf];
+  });
+  return changes;
 }
 
 std::vector<size_t> Configuration::InferredCodes() const {
   std::vector<size_t> out;
-  for (size_t i = 0; i < values_.size(); ++i) {
+  for (size_t i : RecordOrder(layout())) {
     if (values_[i] == 0) continue;
     // The name shown first is a stated one wherever the code has one.
     const std::span<const EnumName> names = naming_->NamesOf(i, values_[i]);
@@ -302,14 +310,12 @@ std::string Configuration::ToBits() const { return record_->WriteBits(values_); 
 
 std::vector<uint8_t> Configuration::ToBytes() const { return record_->WriteBytes(values_); }
 
-std::string Configuration::ToListing(bool all, bool codes) const {
-  return WriteSparse(layout(), values_, {HeaderLine()}, all, codes ? nullptr : naming_);
+std::string Configuration::ToListing(bool all, bool codes, ListingOrder order) const {
+  return WriteSparse(layout(), values_, {HeaderLine()}, all, codes ? nullptr : naming_, order);
 }
 
 std::string Configuration::ToTree(bool codes, bool nonzero) const {
-  std::string tree = record_->WriteTree(values_);
-  if (!codes) tree = naming_->NameTree(tree, values_);
-  return nonzero ? NonzeroTree(tree) : tree;
+  return WriteTree(layout(), values_, codes ? nullptr : naming_, nonzero);
 }
 
 std::string Configuration::ToJson(bool all, bool codes) const {
@@ -438,9 +444,9 @@ struct ConfigurationReader {
     return {};
   }
 
-  // The values of a configuration's JSON, through the listing's own reading of "path = value"
-  // lines (its numbers, widths and complaints), each complaint put back on the JSON's line; then
-  // every name beside a value checked against it.
+  // The values of a configuration's JSON, each read by the listing's own rule of a value (its
+  // numbers, names, widths and complaints) on the JSON's line; every name beside a value is
+  // checked against it: the value wins, and a name that is not the value's is refused.
   std::vector<Diagnostic> ReadJsonValues(const JsonConfiguration& json,
                                          Configuration& configuration) {
     std::vector<Diagnostic> errors;
@@ -456,64 +462,61 @@ struct ConfigurationReader {
                             configuration.Describe() + " has " + std::to_string(layout.bits())});
     }
     if (!errors.empty()) return errors;
-    std::string listing;
-    std::vector<size_t> lines;  // the JSON's line of each line of the listing
-    listing.reserve(json.leaves.size() * 48);
-    lines.reserve(json.leaves.size());
+    const Naming& naming = configuration.naming();
+    const NameResolver resolver = naming.Resolver();
+    size_t hints = 0;
+    const auto take_hint = [&] { return hints < request.limits.max_hints && ++hints > 0; };
+    std::vector<uint64_t> values(layout.leaves().size(), 0);
+    std::vector<size_t> first_line(layout.leaves().size(), 0);
     for (const JsonLeaf& leaf : json.leaves) {
+      if (errors.size() >= request.limits.max_errors) {
+        errors.push_back({leaf.line, 0, "too many errors; stopping here"});
+        break;
+      }
       const auto fail = [&](std::string message) {
         errors.push_back({leaf.line, 0, std::move(message)});
       };
-      if (leaf.path.find_first_of("=#\r\n") != std::string::npos) {
-        fail(layout.NotALeaf(leaf.path, false));
+      const std::optional<size_t> index = layout.Find(leaf.path);
+      if (!index.has_value()) {
+        fail(layout.NotALeaf(leaf.path, take_hint()));
+        continue;
+      }
+      const Leaf& known = layout.leaves()[*index];
+      if ((leaf.offset.has_value() && *leaf.offset != known.offset) ||
+          (leaf.width.has_value() && *leaf.width != known.width)) {
+        fail(leaf.path + " lies at bits " + std::to_string(known.offset) + ".." +
+             std::to_string(known.offset + known.width - 1) +
+             " of the tile, not where the JSON says");
         continue;
       }
       if (!IsValueText(leaf.value)) {
-        fail("value '" + EchoText(leaf.value) + "' of " + EchoText(leaf.path) +
+        fail("value '" + EchoText(leaf.value) + "' of " + leaf.path +
              " is neither a number (decimal or 0x hexadecimal) nor an enumerant name");
         continue;
       }
-      if (const std::optional<size_t> index = layout.Find(leaf.path)) {
-        const Leaf& known = layout.leaves()[*index];
-        if ((leaf.offset.has_value() && *leaf.offset != known.offset) ||
-            (leaf.width.has_value() && *leaf.width != known.width)) {
-          fail(leaf.path + " lies at bits " + std::to_string(known.offset) + ".." +
-               std::to_string(known.offset + known.width - 1) +
-               " of the tile, not where the JSON says");
-          continue;
-        }
+      const LeafValue read = ReadLeafValue(leaf.value, layout, *index, resolver, take_hint);
+      if (!read.value.has_value()) {
+        fail(read.error);
+        continue;
       }
-      listing += leaf.path;
-      listing += " = ";
-      listing += leaf.value;
-      listing += '\n';
-      lines.push_back(leaf.line);
-    }
-    if (!errors.empty()) return errors;
-    SparseResult read =
-        ReadSparse(listing, layout, configuration.naming().Resolver(), request.limits);
-    for (Diagnostic& error : read.errors) {
-      error.line = error.line >= 1 && error.line <= lines.size() ? lines[error.line - 1] : 0;
-      error.column = 0;
-    }
-    if (!read.ok()) return std::move(read.errors);
-    // The value wins over the name beside it, which must agree with it.
-    const Naming& naming = configuration.naming();
-    for (const JsonLeaf& leaf : json.leaves) {
+      if (first_line[*index] != 0) {
+        fail("duplicate leaf " + leaf.path + " (first on line " +
+             std::to_string(first_line[*index]) + ")");
+        continue;
+      }
+      first_line[*index] = leaf.line;
+      values[*index] = *read.value;
       if (!leaf.name.has_value()) continue;
-      const size_t index = *layout.Find(leaf.path);
-      const uint64_t value = read.values[index];
-      const NamedValue named = naming.Resolve(index, *leaf.name);
+      const NamedValue named = naming.Resolve(*index, *leaf.name);
       if (!named.value.has_value()) {
-        errors.push_back({leaf.line, 0, "the name of " + leaf.path + ": " + named.error});
-      } else if (*named.value != value) {
-        errors.push_back({leaf.line, 0,
-                          "the name of " + leaf.path + ", " + EchoText(*leaf.name) + ", is " +
-                              Hex(*named.value) + ", but its value is " + Hex(value)});
+        fail("the name of " + leaf.path + ": " + named.error);
+      } else if (*named.value != *read.value) {
+        fail("the name of " + leaf.path + ", " + EchoText(*leaf.name) + ", is " +
+             Hex(*named.value) + ", but its value is " + Hex(*read.value));
       }
     }
     if (!errors.empty()) return errors;
-    configuration.values_ = std::move(read.values);
+    configuration.values_ = std::move(values);
     return {};
   }
 };

@@ -62,8 +62,8 @@ struct JsonConfiguration {
   std::vector<Diagnostic> errors;  // a fault of syntax or shape; the rest is not read then
 };
 
-// Reads the JSON that ConfigurationToJson writes, in one streaming pass. JSON of a comparison, a
-// layout or findings is refused with what it is.
+// Reads the JSON that ConfigurationToJson writes, in one pass over the text. JSON of a comparison,
+// a layout or findings is refused with what it is.
 JsonConfiguration ReadJsonConfiguration(std::string_view text);
 
 }  // namespace archspec

@@ -5,6 +5,7 @@
 #include <exception>
 
 #include "Names.h"
+#include "RecordOrder.h"
 
 namespace archspec {
 namespace {
@@ -103,44 +104,10 @@ class Reader {
     if (!leaf_index.has_value()) return Fail(line, UnknownPath(path));
     const Leaf& leaf = layout_.leaves()[*leaf_index];
 
-    // The value as a complaint shows it: as written, and what it stands for when it is a name.
-    // Made only for a complaint, as most lines have none.
-    const bool named_value = IsNameStart(value_text.front());
-    uint64_t value = 0;
-    const auto shown = [&] {
-      std::string out = EchoText(value_text);
-      if (named_value) out += " = " + std::to_string(value);
-      return out;
-    };
-    if (named_value) {
-      if (!names_) {
-        return Fail(line, "no enumerant names are known here, found " + EchoText(value_text) +
-                              " for " + leaf.path);
-      }
-      NamedValue named = names_(value_text, *leaf_index);
-      if (!named.value.has_value()) {
-        std::string message = leaf.path + " = " + EchoText(value_text) + ": " + named.error;
-        if (named.nearest && TakeHint()) {
-          const std::string nearest = named.nearest();
-          if (!nearest.empty()) message += "; did you mean " + nearest + "?";
-        }
-        return Fail(line, message);
-      }
-      value = *named.value;
-    } else if (value_text.front() == '-') {
-      return Fail(line, ValueNegative(shown(), leaf));
-    } else {
-      bool overflow = false;
-      const std::optional<uint64_t> number = ParseNumber(value_text, overflow);
-      if (overflow) return Fail(line, ValueTooWide(shown(), leaf));
-      if (!number.has_value()) {
-        return Fail(line, "value " + shown() + " of " + leaf.path +
-                              " is neither a number (decimal or 0x hexadecimal) nor an enumerant "
-                              "name");
-      }
-      value = *number;
-    }
-    if (value > MaxValue(leaf.width)) return Fail(line, ValueTooWide(shown(), leaf));
+    const LeafValue read =
+        ReadLeafValue(value_text, layout_, *leaf_index, names_, [this] { return TakeHint(); });
+    if (!read.value.has_value()) return Fail(line, read.error);
+    const uint64_t value = *read.value;
 
     if (first_line_[*leaf_index] != 0) {
       return Fail(line, "duplicate assignment to " + leaf.path + " (first assigned on line " +
@@ -197,6 +164,50 @@ SparseResult ReadSparse(std::string_view text, const Layout& layout, const NameR
   ReportLimits limits;
   limits.max_errors = max_errors;
   return ReadSparse(text, layout, names, limits);
+}
+
+LeafValue ReadLeafValue(std::string_view text, const Layout& layout, size_t leaf_index,
+                        const NameResolver& names, const std::function<bool()>& take_hint) {
+  const Leaf& leaf = layout.leaves()[leaf_index];
+  // The value as a complaint shows it: as written, and what it stands for when it is a name.
+  // Made only for a complaint, as most values have none.
+  const bool named_value = IsNameStart(text.front());
+  uint64_t value = 0;
+  const auto shown = [&] {
+    std::string out = EchoText(text);
+    if (named_value) out += " = " + std::to_string(value);
+    return out;
+  };
+  const auto fail = [](std::string message) { return LeafValue{std::nullopt, std::move(message)}; };
+  if (named_value) {
+    if (!names) {
+      return fail("no enumerant names are known here, found " + EchoText(text) + " for " +
+                  leaf.path);
+    }
+    NamedValue named = names(text, leaf_index);
+    if (!named.value.has_value()) {
+      std::string message = leaf.path + " = " + EchoText(text) + ": " + named.error;
+      if (named.nearest && take_hint && take_hint()) {
+        const std::string nearest = named.nearest();
+        if (!nearest.empty()) message += "; did you mean " + nearest + "?";
+      }
+      return fail(std::move(message));
+    }
+    value = *named.value;
+  } else if (text.front() == '-') {
+    return fail(ValueNegative(shown(), leaf));
+  } else {
+    bool overflow = false;
+    const std::optional<uint64_t> number = ParseNumber(text, overflow);
+    if (overflow) return fail(ValueTooWide(shown(), leaf));
+    if (!number.has_value()) {
+      return fail("value " + shown() + " of " + leaf.path +
+                  " is neither a number (decimal or 0x hexadecimal) nor an enumerant name");
+    }
+    value = *number;
+  }
+  if (value > MaxValue(leaf.width)) return fail(ValueTooWide(shown(), leaf));
+  return LeafValue{value, {}};
 }
 
 SparseResult ReadSparse(std::string_view text, const Layout& layout, const NameResolver& names,
@@ -280,13 +291,48 @@ std::optional<Diagnostic> CheckListingHeader(const std::optional<ListingHeader>&
                         std::string(generation) + " " + std::string(tile)};
 }
 
+std::vector<bool> NamedZeros(const Layout& layout, const std::vector<uint64_t>& values,
+                             const Naming& names) {
+  const std::vector<Leaf>& leaves = layout.leaves();
+  const size_t count = std::min(leaves.size(), values.size());
+  std::vector<bool> shown(count, false);
+  // set_before[i]: how many of the leaves before leaf i (in bit order) are not 0; the leaves
+  // below a branch are a run of that order, so whether one of them is set is one subtraction.
+  std::vector<size_t> set_before(count + 1, 0);
+  for (size_t i = 0; i < count; ++i) set_before[i + 1] = set_before[i] + (values[i] != 0);
+  if (set_before[count] == 0) return shown;
+  for (size_t i = 0; i < count; ++i) {
+    if (values[i] != 0 || names.NamesOf(i, 0).empty()) continue;
+    // The nearest record: the path before the last member's name ("" for the tile's record).
+    const std::string& path = leaves[i].path;
+    const size_t dot = path.rfind('.');
+    const Branch* record = layout.FindBranch(
+        dot == std::string::npos ? std::string_view() : std::string_view(path).substr(0, dot));
+    if (record == nullptr) continue;
+    const size_t last = std::min(record->last_leaf + 1, count);
+    shown[i] = set_before[last] > set_before[std::min(record->first_leaf, last)];
+  }
+  return shown;
+}
+
 std::string WriteSparse(const Layout& layout, const std::vector<uint64_t>& values,
-                        const std::vector<std::string>& header, bool all, const Naming* names) {
+                        const std::vector<std::string>& header, bool all, const Naming* names,
+                        ListingOrder order) {
   std::string out;
   for (const std::string& line : header) out += "# " + line + "\n";
-  const std::vector<Leaf>& leaves = layout.leaves();
-  for (size_t i = 0; i < leaves.size() && i < values.size(); ++i) {
-    if (values[i] != 0 || all) AppendListingLine(out, layout, i, values[i], names);
+  const size_t count = std::min(layout.leaves().size(), values.size());
+  const std::vector<bool> named_zeros =
+      names != nullptr && !all ? NamedZeros(layout, values, *names) : std::vector<bool>();
+  const auto write = [&](size_t i) {
+    if (i >= count) return;
+    if (values[i] != 0 || all || (!named_zeros.empty() && named_zeros[i])) {
+      AppendListingLine(out, layout, i, values[i], names);
+    }
+  };
+  if (order == ListingOrder::kBit) {
+    for (size_t i = 0; i < count; ++i) write(i);
+  } else {
+    for (size_t i : RecordOrder(layout)) write(i);
   }
   return out;
 }

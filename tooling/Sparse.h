@@ -14,9 +14,11 @@
 // written for, so that a reader can refuse a listing of another generation or tile. A listing
 // without it is read all the same.
 //
-// The written form is canonical: the header, then the non-zero leaves in bit order, each value in
-// lower-case `0x` hexadecimal, so that two configurations are equal exactly when their listings
-// are identical.
+// The written form is canonical: the header, then the non-zero leaves in the record's order (that
+// of the printed tree, stage 0 before stage 1), each value in lower-case `0x` hexadecimal or by
+// name, and beside them the typed leaves at 0 whose 0 has a name where their record has another
+// leaf set (NamedZeros), so that two configurations are equal exactly when their listings are
+// identical, and the first operation of a program is seen.
 //
 // Read as a change (a delta), a listing sets the leaves it names and leaves the others alone.
 //
@@ -73,13 +75,39 @@ SparseResult ReadSparse(std::string_view text, const Layout& layout, const NameR
 SparseResult ReadSparse(std::string_view text, const Layout& layout, const NameResolver& names,
                         size_t max_errors = ReportLimits{}.max_errors) noexcept;
 
+// A value written for leaf `leaf` of `layout` as a listing writes it (non-empty, with no blank):
+// a number, decimal or 0x hexadecimal, or an enumerant's name, which `names` resolves (and may
+// refuse, as of another type than the leaf's); it must fit the leaf's width. The value, or the
+// complaint, which names the leaf. `take_hint`, where given, says whether an unknown name may
+// have its "did you mean" search.
+struct LeafValue {
+  std::optional<uint64_t> value;
+  std::string error;  // set when `value` is empty
+};
+LeafValue ReadLeafValue(std::string_view text, const Layout& layout, size_t leaf,
+                        const NameResolver& names,
+                        const std::function<bool()>& take_hint = nullptr);
+
+// The order of a listing's lines: the record's (that of the printed tree: members as the record
+// has them, arrays from index 0 up; RecordOrder.h), or the bits' (the layout's, arrays from the
+// highest index down).
+enum class ListingOrder { kRecord, kBit };
+
 // The canonical listing of `values` (one per leaf of `layout`), after the comment lines of
-// `header` (each written as "# line"). With `all`, zero leaves are written too. With `names`
-// (the Naming of the same layout), a typed leaf's value is written by name where it has one, as
-// Naming::AppendValue says; without, every value is written in hexadecimal.
+// `header` (each written as "# line"), in `order`. With `all`, zero leaves are written too. With
+// `names` (the Naming of the same layout), a typed leaf's value is written by name where it has
+// one, as Naming::AppendValue says, and a typed leaf at 0 whose 0 has a name is written where
+// NamedZeros says; without, every value is written in hexadecimal and only non-zero leaves.
 std::string WriteSparse(const Layout& layout, const std::vector<uint64_t>& values,
                         const std::vector<std::string>& header = {}, bool all = false,
-                        const Naming* names = nullptr);
+                        const Naming* names = nullptr, ListingOrder order = ListingOrder::kRecord);
+
+// The typed leaves at 0 whose 0 has a name and whose nearest record (the record that names the
+// leaf as a member, whose leaves include a packed array's other elements and those of records
+// below it) has another leaf that is not 0: a stage that runs the operation of code 0 shows it,
+// while a record left all 0 stays out of a listing. One flag per leaf, in the layout's order.
+std::vector<bool> NamedZeros(const Layout& layout, const std::vector<uint64_t>& values,
+                             const Naming& names);
 
 // One line of a listing, "path = value\n", the value written as WriteSparse writes it.
 void AppendListingLine(std::string& out, const Layout& layout, size_t leaf, uint64_t value,

@@ -84,12 +84,14 @@ TEST_P(ConfigurationForms, JsonAgreesWithTheLayoutFieldByField) {
   const Layout& layout = a.layout();
   const nlohmann::json decoded = nlohmann::json::parse(a.ToJson(true));
   ASSERT_EQ(decoded["leaves"].size(), layout.leaves().size());
-  for (size_t i = 0; i < layout.leaves().size(); ++i) {
-    const nlohmann::json& row = decoded["leaves"][i];
-    EXPECT_EQ(row["path"], layout.leaves()[i].path);
-    EXPECT_EQ(row["offset"], layout.leaves()[i].offset);
-    EXPECT_EQ(row["width"], layout.leaves()[i].width);
-    EXPECT_EQ(row["value"], Hex(a.value(i)));
+  std::vector<bool> seen(layout.leaves().size());
+  for (const nlohmann::json& row : decoded["leaves"]) {
+    const std::optional<size_t> i = layout.Find(row["path"].get<std::string>());
+    ASSERT_TRUE(i.has_value() && !seen[*i]) << row["path"];
+    seen[*i] = true;
+    EXPECT_EQ(row["offset"], layout.leaves()[*i].offset);
+    EXPECT_EQ(row["width"], layout.leaves()[*i].width);
+    EXPECT_EQ(row["value"], Hex(a.value(*i)));
   }
   const nlohmann::json laid = nlohmann::json::parse(LayoutToJson(a).dump());
   for (size_t i = 0; i < layout.leaves().size(); ++i) {
@@ -107,9 +109,10 @@ TEST_P(ConfigurationForms, JsonAgreesWithTheLayoutFieldByField) {
   const nlohmann::json compared =
       nlohmann::json::parse(ComparisonToJson(a, b, changes, "a", "b", false).dump());
   ASSERT_EQ(compared["differences"].size(), changes.size());
-  for (size_t k = 0; k < changes.size(); ++k) {
-    EXPECT_EQ(compared["differences"][k]["path"], layout.leaves()[changes[k].leaf].path);
-    EXPECT_EQ(compared["differences"][k]["b"], Hex(b.value(changes[k].leaf)));
+  for (const nlohmann::json& row : compared["differences"]) {
+    const size_t i = *layout.Find(row["path"].get<std::string>());
+    EXPECT_EQ(row["a"], Hex(a.value(i)));
+    EXPECT_EQ(row["b"], Hex(b.value(i)));
   }
 }
 
