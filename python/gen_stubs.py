@@ -67,21 +67,11 @@ def python_type(cpp, structs, where):
 
 def load_answers(tables, errors):
     """The accessors of the constants classes and the flags, read as gen_constants.py reads them."""
-    generations = genlib.load_generations(tables, errors)
-    constants = os.path.join(tables, "constants")
-    _, enum_items = enumerants.load_types(constants, generations.columns, errors)
-    params = load_params(os.path.join(constants, "params.tbl"), generations, errors)
-    containers = load_containers(os.path.join(constants, "containers.tbl"), generations, errors)
-    features, structs = load_flags(os.path.join(constants, "features.tbl"), "features",
-                                   generations, errors)
-    constraints, _ = load_flags(os.path.join(constants, "constraints.tbl"), "constraints",
-                                generations, errors)
-    if errors:
+    t = gen_constants.load_constant_tables(tables, errors)
+    if t is None or errors:
         return None
-    accessors = (gen_constants.scalar_accessors(params, generations)
-                 + gen_constants.enum_accessors(enum_items, generations, constants, errors)
-                 + gen_constants.container_accessors(containers, generations))
-    return accessors, features, constraints, structs
+    accessors = gen_constants.all_accessors(t, errors)
+    return accessors, t.features, t.constraints, t.structs
 
 
 def emit_answers(accessors, features, constraints, structs):

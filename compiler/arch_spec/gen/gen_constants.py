@@ -15,6 +15,7 @@ enumerant codes are inferred.
 import dataclasses
 import os
 import sys
+import types
 
 import emit_constants
 import enumerants
@@ -127,29 +128,51 @@ def check_interface(params, accessors, enum_types, generations, tables, errors):
         check_total(errors, params.unanswered, key, number, unit)
 
 
-def generate(tables, errors):
+def load_constant_tables(tables, errors):
+    """Every table of the constants directory, read once, for this generator and the others that
+    show the answers (the Python package's stubs): a namespace of the generations, the
+    enumeration types and items, parameters, containers, features, their structs and
+    constraints; None if the generations cannot be read."""
     generations = genlib.load_generations(tables, errors)
     if errors:
-        return {}, None
+        return None
     constants = os.path.join(tables, "constants")
     enum_types, enum_items = enumerants.load_types(constants, generations.columns, errors)
-    params = load_params(os.path.join(constants, "params.tbl"), generations, errors)
-    containers = load_containers(os.path.join(constants, "containers.tbl"), generations, errors)
     features, structs = load_flags(os.path.join(constants, "features.tbl"), "features",
                                    generations, errors)
     constraints, _ = load_flags(os.path.join(constants, "constraints.tbl"), "constraints",
                                 generations, errors)
+    return types.SimpleNamespace(
+        generations=generations, constants=constants, enum_types=enum_types,
+        enum_items=enum_items,
+        params=load_params(os.path.join(constants, "params.tbl"), generations, errors),
+        containers=load_containers(os.path.join(constants, "containers.tbl"), generations,
+                                   errors),
+        features=features, structs=structs, constraints=constraints)
+
+
+def all_accessors(t, errors):
+    """The accessors of the constants classes: scalars, enumerants and containers."""
+    return (scalar_accessors(t.params, t.generations)
+            + enum_accessors(t.enum_items, t.generations, t.constants, errors)
+            + container_accessors(t.containers, t.generations))
+
+
+def generate(tables, errors):
+    t = load_constant_tables(tables, errors)
+    if t is None:
+        return {}, None
+    generations, constants, enum_types = t.generations, t.constants, t.enum_types
+    params, features, structs, constraints = t.params, t.features, t.structs, t.constraints
     if errors.faults():  # wrong totals only: the interface's totals are checked all the same
         return {}, None
-    accessors = (scalar_accessors(params, generations)
-                 + enum_accessors(enum_items, generations, constants, errors)
-                 + container_accessors(containers, generations))
+    accessors = all_accessors(t, errors)
     check_interface(params, accessors, enum_types, generations, constants, errors)
     if errors:
         return {}, None
     files = emit_constants.files(generations, accessors, enum_types, features, structs,
                                  constraints)
-    summary = enumerants.inferred_summary(enum_items, generations.columns)
+    summary = enumerants.inferred_summary(t.enum_items, generations.columns)
     inferred = sum(n for _, _, n in summary)
     line = (f"{inferred} enumerant codes inferred, in {len({t for t, _, _ in summary})} types "
             "(the rows marked '# inferred' in tables/constants/enums_*.tbl)")
