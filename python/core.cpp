@@ -29,6 +29,7 @@
 #include "Names.h"
 #include "Nearest.h"
 #include "PathForm.h"
+#include "RecordOrder.h"
 #include "Sparse.h"
 #include "Tile.h"
 #include "compiler/arch_spec/ArchVersion.h"
@@ -428,7 +429,7 @@ class Tile {
   py::dict Values(const py::tuple& paths, bool nonzero_only, bool names) const {
     py::dict out;
     const std::vector<uint64_t>& values = config_.values();
-    for (size_t i = 0; i < values.size(); ++i) {
+    for (size_t i : RecordOrder(layout())) {
       if (nonzero_only && values[i] == 0) continue;
       const std::string_view name = names ? naming().ShownName(i, values[i]) : "";
       if (name.empty()) {

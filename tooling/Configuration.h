@@ -142,7 +142,9 @@ class Configuration {
   // too; the tree with `nonzero` holds only the leaves that are set and what holds them.
   std::string ToBits() const;  // without a line end
   std::vector<uint8_t> ToBytes() const;
-  std::string ToListing(bool all = false, bool codes = false) const;
+  // A listing runs in the record's order, or with `order` kBit in bit order (Sparse.h).
+  std::string ToListing(bool all = false, bool codes = false,
+                        ListingOrder order = ListingOrder::kRecord) const;
   std::string ToTree(bool codes = false, bool nonzero = false) const;
   std::string ToJson(bool all = false, bool codes = false) const;
 

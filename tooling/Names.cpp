@@ -9,6 +9,7 @@
 #include "FieldTypes.h"
 #include "Nearest.h"
 #include "PathForm.h"
+#include "RecordOrder.h"
 #include "Tile.h"
 #include "compiler/arch_spec/gen/GenerationTable.h"
 
@@ -276,8 +277,11 @@ NameResolver Naming::Resolver() const {
 
 std::vector<Finding> Naming::Check(const std::vector<uint64_t>& values) const {
   std::vector<Finding> out;
-  for (size_t i = 0; i < types_.size() && i < values.size(); ++i) {
-    if (types_[i] == nullptr || values[i] == 0 || !types_[i]->NamesOf(values[i]).empty()) continue;
+  for (size_t i : RecordOrder(*layout_)) {
+    if (i >= values.size() || types_[i] == nullptr || values[i] == 0 ||
+        !types_[i]->NamesOf(values[i]).empty()) {
+      continue;
+    }
     out.push_back({i, values[i], types_[i], types_[i]->NearestByCode(values[i])});
   }
   return out;

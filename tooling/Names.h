@@ -121,7 +121,7 @@ class Naming {
   // A resolver for ReadSparse through Resolve, with the "did you mean" search left to the reader.
   NameResolver Resolver() const;
 
-  // Every typed leaf whose non-zero value no name of its type has, in bit order.
+  // Every typed leaf whose non-zero value no name of its type has, in the record's order.
   std::vector<Finding> Check(const std::vector<uint64_t>& values) const;
   // "simd_structIn[0][1].stage_opcode (bits 3620..3624) = 0x1f: not a code of stage_opcode_t on
   // mk44; nearest: stage_opcode_alu_op_max (0x1a), ..."

@@ -46,8 +46,8 @@ TEST(SparseWrite, IsCanonicalAndReadsBack) {
   EXPECT_EQ(text,
             "# small_struct of test\n"
             "stage_opcode = 0x3\n"
-            "mask[2] = 0x1\n"
             "mask[0] = 0x1\n"
+            "mask[2] = 0x1\n"
             "base = 0x123456789abcdef0\n");
   const SparseResult back = ReadSparse(text, layout, Names);
   ASSERT_TRUE(back.ok()) << Errors(back);

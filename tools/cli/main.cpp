@@ -111,6 +111,7 @@ struct Options {
   bool exit_code = false;
   bool codes = false;
   bool nonzero = false;
+  bool bit_order = false;
   bool strict = false;
 };
 
@@ -476,7 +477,8 @@ void RunDecode(const Options& options, std::string& out) {
   if (options.format == "tree") {
     out += configuration.ToTree(options.codes, options.nonzero);
   } else if (options.format == "sparse") {
-    out += configuration.ToListing(options.all, options.codes);
+    out += configuration.ToListing(options.all, options.codes,
+                                   options.bit_order ? ListingOrder::kBit : ListingOrder::kRecord);
   } else {
     out += configuration.ToJson(options.all, options.codes);
   }
@@ -718,6 +720,9 @@ int Main(int argc, char** argv, std::string& out) {
   decode->add_option("--format", options.format, "tree (default), sparse or json")
       ->check(CLI::IsMember({"tree", "sparse", "json"}));
   decode->add_flag("--all", options.all, "sparse and json: list zero leaves too");
+  decode->add_flag("--bit-order", options.bit_order,
+                   "sparse: the leaves in bit order (arrays from the highest index down), not the "
+                   "record's");
   AddCodes(decode, options);
   decode->footer(
       "A leaf that holds a code of an enumeration type shows the code's name: the sparse listing\n"
