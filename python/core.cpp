@@ -167,41 +167,11 @@ class Generation {
   OwnedAnswers answers_;
 };
 
-// "mk41, mk42, mk43 and mk44": the product names a generation may be asked by.
-std::string ProductNames() {
-  std::vector<std::string> names;
-  for (const GenerationRow& row : zu::spec::GenerationTable()) {
-    if (row.has_answers() && *row.product_name != '\0') names.emplace_back(row.product_name);
-  }
-  std::string out;
-  for (size_t i = 0; i < names.size(); ++i) {
-    if (i > 0) out += i + 1 == names.size() ? " and " : ", ";
-    out += names[i];
-  }
-  return out;
-}
-
-// The library's refusal of a generation's name, in Python's terms: the library speaks of the
-// tool's --arch. The name is shown as complaints echo input (a NUL, a control byte).
-std::string GenerationRefusal(const std::string& name) {
-  if (name.empty()) {
-    return "Can't determine target architecture version: the name is empty; the generations "
-           "are " +
-           ProductNames();
-  }
-  if (name == "native") {
-    return "Architecture autodetection is not supported: name the generation, one of " +
-           ProductNames();
-  }
-  return "Invalid architecture version: \"" + EchoText(name) + "\"; the generations are " +
-         ProductNames();
-}
-
 std::shared_ptr<Generation> GenerationNamed(const std::string& name) {
   static std::map<const GenerationRow*, std::shared_ptr<Generation>> made;
   std::string error;
   const ArchVersion version = ArchVersion::expect_parse(name, error);
-  if (version.major == 0) throw py::value_error(GenerationRefusal(name));
+  if (version.major == 0) throw py::value_error(UnknownGeneration(name));
   const GenerationRow* row = zu::spec::ServingGeneration(version);
   if (row == nullptr || !row->has_answers()) {
     throw py::value_error(GenerationLabel(version) + " has no answers");
@@ -540,20 +510,17 @@ PYBIND11_MODULE(_core, m) {
       .def("code", &Generation::Code)
       .def("inferred", &Generation::Inferred)
       .def("describe", &Generation::Describe)
-      .def("enumeration",
-           [](const Generation& g, const std::string& type) {
-             // The type as `archspec get --json TYPE` gives it.
-             const std::optional<EnumerationAnswer> answer =
-                 AnswerEnumeration(g.row().version, type);
-             if (!answer.has_value()) {
-               std::string what = WhatNameIs(g.row().version, type);
-               throw py::key_error(what.empty() ? g.Label() +
-                                                      " answers no enumeration type named " +
-                                                      EchoText(type)
-                                                : what);
-             }
-             return ToPython(EnumerationJson(g.row().version, *answer));
-           });
+      .def("enumeration", [](const Generation& g, const std::string& type) {
+        // The type as `archspec get --json TYPE` gives it.
+        const std::optional<EnumerationAnswer> answer = AnswerEnumeration(g.row().version, type);
+        if (!answer.has_value()) {
+          std::string what = WhatNameIs(g.row().version, type);
+          throw py::key_error(what.empty() ? g.Label() + " answers no enumeration type named " +
+                                                 EchoText(type)
+                                           : what);
+        }
+        return ToPython(EnumerationJson(g.row().version, *answer));
+      });
 
   py::class_<Tile>(m, "Tile")
       .def(py::init([](std::shared_ptr<Generation> generation, const std::string& tile) {

@@ -110,6 +110,11 @@ std::optional<ArchVersion> FindGeneration(std::string_view name) {
 }
 
 std::string UnknownGeneration(std::string_view name) {
+  if (name.empty())
+    return "the name of a generation is empty; the generations are " + ProductNames("and");
+  if (name == "native") {
+    return "the generation is not found out from the machine: name one of " + ProductNames("or");
+  }
   return "no generation is named '" + EchoText(name) + "'; the generations are " +
          ProductNames("and");
 }

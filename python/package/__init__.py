@@ -329,13 +329,16 @@ class Tile:
     def __getattr__(self, name):
         if name.startswith("_"):
             raise AttributeError(name)
+        root = self._root()
         try:
-            return self._root().__getattr__(name)
+            return root.__getattr__(name)
         except AttributeError as e:
+            if not str(e.args[0]).startswith("unknown path"):
+                raise
             # Not a method of a Tile either: say both, with the nearest member if there is one.
             hint = e.args[0].partition("; ")[2]
-            raise AttributeError(f"a Tile has no attribute {name!r}, and {self.record} no member "
-                                 f"named so" + (f"; {hint}" if hint else "")) from None
+            raise AttributeError(f"a Tile has no attribute {name!r}, and {root._where()} no "
+                                 f"member named so" + (f"; {hint}" if hint else "")) from None
 
     def __setattr__(self, name, value):
         _set_attribute(self._root(), Tile, name, value)

@@ -103,8 +103,8 @@ class TestErrorsSayTheRightThing:
         assert t.simd_structIn[-1].path == "simd_structIn[3]"
 
     @pytest.mark.parametrize("name, shown", [
-        ("mk4\x003", r'"mk4\x003"'), ("ry", '"ry"'),
-        ("", "the name is empty"), ("native", "name the generation, one of mk41"),
+        ("mk4\x003", r"no generation is named 'mk4\x003'"), ("ry", "no generation is named 'ry'"),
+        ("", "the name of a generation is empty"), ("native", "name one of mk41"),
     ])
     def test_generation_names_are_refused_in_python_terms(self, name, shown):
         with pytest.raises(ValueError) as raised:
