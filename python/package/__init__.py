@@ -384,10 +384,11 @@ class Tile:
 
     def to_sparse(self, codes=False):
         """The sparse listing, as `archspec decode --format sparse` writes it: a header naming the
-        generation and tile, then `path = value` for every leaf that is not 0, in bit order. A
-        leaf that holds a code of an enumeration type shows the code's name (with a comment for
-        inferred codes, shared codes and codes of no name); others, and all with `codes`, 0x
-        hexadecimal."""
+        generation and tile, then `path = value` for every leaf that is not 0, in the record's
+        order (that of to_tree(): arrays from index 0). A leaf that holds a code of an enumeration
+        type shows the code's name (with a comment for inferred codes, shared codes and codes of
+        no name), and one at 0 whose 0 has a name is listed where its record has another leaf
+        set; others, and all with `codes`, 0x hexadecimal (and no leaf at 0)."""
         return self._core.to_sparse(bool(codes))
 
     def to_tree(self, codes=False, nonzero=False):
@@ -415,7 +416,7 @@ class Tile:
 
     def check(self):
         """[Finding] of every leaf that holds a code of an enumeration type and whose value is
-        not 0 and no code of the type on this generation, in bit order, as `archspec check`
+        not 0 and no code of the type on this generation, in the record's order, as `archspec check`
         finds them. An empty list: every such leaf holds a name."""
         return [Finding(*row) for row in self._core.check()]
 
@@ -432,17 +433,18 @@ class Tile:
         return Where(*self._core.where(bit))
 
     def nonzero(self, names=False):
-        """{path: value} of the leaves that are not 0, in bit order; with `names`, a leaf that
+        """{path: value} of the leaves that are not 0, in the record's order (that of to_tree():
+        arrays from index 0); with `names`, a leaf that
         holds a code of an enumeration type gives the code's name where it has one."""
         return self._core.values(self._paths(), True, bool(names))
 
     def to_dict(self, names=False):
-        """{path: value} of every leaf, in bit order; `names` as for nonzero()."""
+        """{path: value} of every leaf, in the record's order; `names` as for nonzero()."""
         return self._core.values(self._paths(), False, bool(names))
 
     def diff(self, other):
-        """[(path, mine, theirs)] of the leaves whose values differ from `other`'s, which must be
-        the same tile of the same generation."""
+        """[(path, mine, theirs)] of the leaves whose values differ from `other`'s, in the record's
+        order; `other` must be the same tile of the same generation."""
         if not isinstance(other, Tile):
             raise TypeError(f"a Tile is needed, not {type(other).__name__}")
         return self._core.diff(other._core)

@@ -101,8 +101,9 @@ class TestTiles:
         t["simd_structIn[0][3].stage_opcode"] = "stage_opcode_alu_op_max"
         assert t.simd_structIn[0][3].stage_opcode == g.constants.stage_opcode_alu_op_max
         assert len(t.simd_structIn) == 4 and t.simd_structIn[-1][0].stage_opcode == 0
-        assert list(t.nonzero()) == ["simd_structIn[0][4].stage_opcode",
-                                     "simd_structIn[0][3].stage_opcode"]
+        # In the record's order: element 3 before element 4.
+        assert list(t.nonzero()) == ["simd_structIn[0][3].stage_opcode",
+                                     "simd_structIn[0][4].stage_opcode"]
 
     def test_every_tile_of_every_generation_lives_in_one_process(self):
         # Far more ids than the table of field locations holds at once: layouts are data.
