@@ -303,38 +303,4 @@ std::string Naming::FindingText(const Finding& finding) const {
   return out;
 }
 
-std::string Naming::NameTree(std::string_view tree, const std::vector<uint64_t>& values) const {
-  // A leaf's line of the printed form ends in "[0x<offset>:<register>]/<width> 0x<value>".
-  std::string out;
-  out.reserve(tree.size() + tree.size() / 8);
-  while (!tree.empty()) {
-    const size_t end = tree.find('\n');
-    const std::string_view line = tree.substr(0, end);
-    out += line;
-    const size_t at = line.rfind("[0x");
-    const size_t colon = at == std::string_view::npos ? at : line.find(':', at);
-    if (colon != std::string_view::npos) {
-      const std::string_view digits = line.substr(at + 3, colon - at - 3);
-      const uint32_t offset = static_cast<uint32_t>(std::stoul(std::string(digits), nullptr, 16));
-      const std::optional<size_t> leaf = layout_->LeafAtBit(offset);
-      if (leaf.has_value() && types_[*leaf] != nullptr && *leaf < values.size()) {
-        const std::string_view name = ShownName(*leaf, values[*leaf]);
-        if (!name.empty()) {
-          out += " (";
-          out += name;
-          out += ")";
-        } else if (values[*leaf] != 0) {
-          out += " (not a code of ";
-          out += types_[*leaf]->name();
-          out += ")";
-        }
-      }
-    }
-    if (end == std::string_view::npos) break;
-    out += '\n';
-    tree.remove_prefix(end + 1);
-  }
-  return out;
-}
-
 }  // namespace archspec

@@ -127,10 +127,6 @@ class Naming {
   // mk44; nearest: stage_opcode_alu_op_max (0x1a), ..."
   std::string FindingText(const Finding& finding) const;
 
-  // The library's printed form of a record, each leaf line with a code of a name followed by
-  // that name in parentheses (and a code of no name by "(not a code of T)").
-  std::string NameTree(std::string_view tree, const std::vector<uint64_t>& values) const;
-
   Naming(const TileRecord& record, const Enumerations& enumerations);
 
  private:

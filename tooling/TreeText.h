@@ -5,7 +5,6 @@
 
 #include <cstdint>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "Layout.h"
@@ -23,12 +22,5 @@ class Naming;
 // around them, and the tile record's braces always.
 std::string WriteTree(const Layout& layout, const std::vector<uint64_t>& values,
                       const Naming* names, bool nonzero_only);
-
-// The lines of `tree` that hold a non-zero leaf, with the lines that open and close the records
-// and arrays around them, in their order and indentation; the outermost record's braces always.
-// A leaf's line reads `name = [0xOFFSET:REGISTERS]/WIDTH 0xVALUE`, perhaps followed by a name in
-// parentheses; a line that ends in `{` or `[` opens a record or an array, one that starts with `}`
-// or `]` closes it.
-std::string NonzeroTree(std::string_view tree);
 
 }  // namespace archspec

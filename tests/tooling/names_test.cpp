@@ -225,16 +225,6 @@ TEST(Names, InferredCodesAreMarked) {
   EXPECT_GT(inferred, 0u);
 }
 
-TEST(Names, TheTreeShowsNamesBesideCodes) {
-  const Naming& pcu = PcuOf("mk43");
-  const std::vector<uint64_t> values(pcu.layout().leaves().size(), 0);
-  const std::string tree =
-      "  a = {\n    stage_opcode = [0x0e75:992]/5 0x0\n    stage_immediate = [0x0e4e:988]/32 0x0\n";
-  EXPECT_EQ(pcu.NameTree(tree, values),
-            "  a = {\n    stage_opcode = [0x0e75:992]/5 0x0 (stage_opcode_alu_op_madd)\n"
-            "    stage_immediate = [0x0e4e:988]/32 0x0\n");
-}
-
 TEST(Names, PathTemplatesAndFieldNames) {
   EXPECT_EQ(PathTemplate("simd_structIn[0][4].stage_result[1]"),
             "simd_structIn[][].stage_result[]");
