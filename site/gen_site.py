@@ -92,6 +92,7 @@ def site_files(facts, decoder_module=None):
     import changes
     import decode_page
     import pages
+    import pipeline
     import tile_page
 
     files, instances = {}, {}
@@ -103,7 +104,8 @@ def site_files(facts, decoder_module=None):
         instances[layout.page] = tile_page.record_instances(root)
         files[layout.page] = pages.frame(
             layout.title, layout.page,
-            tile_page.body(layout, root, pages.records_page_name(layout.ns), type_pages),
+            tile_page.body(layout, root, pages.records_page_name(layout.ns), type_pages,
+                           pipeline.section(layout, facts)),
             layout.ns)
     for ns in facts.namespaces():
         files[pages.records_page_name(ns)] = pages.records_page(

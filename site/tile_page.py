@@ -276,8 +276,9 @@ def field_tree(root, records_page, type_pages):
     return "".join(out)
 
 
-def body(layout, root, records_page, type_pages):
-    """The tile's page; `type_pages` says on which page each enumeration type stands."""
+def body(layout, root, records_page, type_pages, before_map=""):
+    """The tile's page; `type_pages` says on which page each enumeration type stands, and
+    `before_map` is HTML put between the lead and the map (a PCU's pipeline)."""
     serves = ", ".join(g.label for g in layout.serves)
     leaves = len(layout.leaves)
     return (f'<h1>{escape(layout.tile.upper())} of {escape(layout.ns)} '
@@ -286,7 +287,7 @@ def body(layout, root, records_page, type_pages):
             f'{escape(layout.ns)} lay it out, for {escape(serves)}: {layout.bits:,} bits in '
             f'{leaves:,} leaves, registers {root.regs}. Offsets count from the first '
             f'bit of the tile\'s bit string; a leaf\'s offset is its most significant bit. '
-            f'Click a box or a row to link to it.</p>'
+            f'Click a box or a row to link to it.</p>{before_map}'
             f'<div class="split"><section id="map-pane" class="map" aria-label="bit map">'
             f'{legend(root, records_page)}<div class="ruler-bar">{ruler_svg()}</div>'
             f'{bitmap_svg(layout, root)}</section>'

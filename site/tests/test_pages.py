@@ -265,6 +265,34 @@ class ParameterPageTest(unittest.TestCase):
             self.assertEqual(folded, [n for n in names if n not in answered], group)
 
 
+class PipelineTest(unittest.TestCase):
+    """Each PCU page says how pcu_num_stages meets the stages of its records, for every generation
+    it serves: the tool's answer, and the stages of a context in the tool's layout."""
+
+    def test_each_pcu_page_counts_its_stages_as_the_tool_answers(self):
+        pages_seen = 0
+        for name in sitecheck.site_pages(ARGS.site):
+            if not (name.startswith("tile-") and name.endswith("-pcu.html")):
+                continue
+            pages_seen += 1
+            ns = name[len("tile-"):-len("-pcu.html")]
+            section = next(s for s in page(name).root.iter("section") if s.attrs.get("id") ==
+                           "pipeline")
+            text = " ".join(section.text().split())
+            products = [p for p, records in sitecheck.products(ARGS.archspec).items()
+                        if records == ns]
+            layout = sitecheck.tool_json(ARGS.archspec, "layout", "--arch", products[0], "pcu")
+            stages = sum(b["elements"] for b in layout["branches"]
+                         if b["path"] in ("simd_gemm_stage_structIn[0]", "simd_structIn[0]",
+                                          "simd_last_stage_structIn[0]"))
+            self.assertIn(f"runs {stages} stages", text)
+            for product in products:
+                answered = sitecheck.answers(ARGS.archspec, product)["pcu_num_stages"]
+                self.assertEqual(answered, str(stages), product)
+                self.assertIn(f"{product}: pcu_num_stages = {answered}", text)
+        self.assertEqual(pages_seen, 3)
+
+
 class ChangesTest(unittest.TestCase):
     """The page of changes lists what the tool answers differently from one generation to the
     next, and the records diff finds what a table changes."""
