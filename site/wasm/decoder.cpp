@@ -148,8 +148,8 @@ std::string Json() {
   return session.configuration ? session.configuration->ToJson() : "";
 }
 
-// What `archspec check` finds: every typed leaf whose value is no code of its type, one line
-// each, as a JSON array of strings.
+// What `archspec check` finds: every typed leaf whose value is no code of its type, and the notes
+// of the leaves that hold a code the tables infer, one line each, as a JSON array of strings.
 std::string Check() {
   Session& session = Current();
   nlohmann::json out = nlohmann::json::array();
@@ -157,6 +157,9 @@ std::string Check() {
   const Configuration& configuration = *session.configuration;
   for (const Finding& finding : configuration.Check()) {
     out.push_back(configuration.naming().FindingText(finding));
+  }
+  for (size_t leaf : configuration.InferredCodes()) {
+    out.push_back("note: " + configuration.InferredText(leaf));
   }
   return out.dump();
 }
