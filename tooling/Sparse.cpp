@@ -293,24 +293,47 @@ std::optional<Diagnostic> CheckListingHeader(const std::optional<ListingHeader>&
 
 std::vector<bool> NamedZeros(const Layout& layout, const std::vector<uint64_t>& values,
                              const Naming& names) {
-  const std::vector<Leaf>& leaves = layout.leaves();
-  const size_t count = std::min(leaves.size(), values.size());
+  const size_t count = std::min(layout.leaves().size(), values.size());
   std::vector<bool> shown(count, false);
-  // set_before[i]: how many of the leaves before leaf i (in bit order) are not 0; the leaves
-  // below a branch are a run of that order, so whether one of them is set is one subtraction.
-  std::vector<size_t> set_before(count + 1, 0);
-  for (size_t i = 0; i < count; ++i) set_before[i + 1] = set_before[i] + (values[i] != 0);
-  if (set_before[count] == 0) return shown;
-  for (size_t i = 0; i < count; ++i) {
-    if (values[i] != 0 || names.NamesOf(i, 0).empty()) continue;
-    // The nearest record: the path before the last member's name ("" for the tile's record).
-    const std::string& path = leaves[i].path;
-    const size_t dot = path.rfind('.');
-    const Branch* record = layout.FindBranch(
-        dot == std::string::npos ? std::string_view() : std::string_view(path).substr(0, dot));
-    if (record == nullptr) continue;
-    const size_t last = std::min(record->last_leaf + 1, count);
-    shown[i] = set_before[last] > set_before[std::min(record->first_leaf, last)];
+  // One walk of the printed tree: each open record gathers the candidates that it names as
+  // members (a typed leaf at 0 whose 0 has a name, a packed array's elements included) and
+  // whether a leaf below it is set; a record that ends with one set shows its candidates, and
+  // tells the record around it that a leaf below it is set.
+  struct Open {
+    bool set = false;
+    size_t first_candidate = 0;  // its candidates are candidates[first_candidate...]
+  };
+  std::vector<Open> open;
+  std::vector<size_t> candidates;
+  for (const TreeLine& line : layout.tree()) {
+    switch (line.kind) {
+      case TreeLine::Kind::kRecord:
+        open.push_back({false, candidates.size()});
+        break;
+      case TreeLine::Kind::kRecordEnd: {
+        const Open done = open.back();
+        open.pop_back();
+        if (done.set) {
+          for (size_t k = done.first_candidate; k < candidates.size(); ++k) {
+            shown[candidates[k]] = true;
+          }
+          if (!open.empty()) open.back().set = true;
+        }
+        candidates.resize(done.first_candidate);
+        break;
+      }
+      case TreeLine::Kind::kLeaf:
+        if (line.leaf >= count || open.empty()) break;
+        if (values[line.leaf] != 0) {
+          open.back().set = true;
+        } else if (!names.NamesOf(line.leaf, 0).empty()) {
+          candidates.push_back(line.leaf);
+        }
+        break;
+      case TreeLine::Kind::kArray:
+      case TreeLine::Kind::kArrayEnd:
+        break;
+    }
   }
   return shown;
 }
