@@ -102,11 +102,14 @@ LD_LIBRARY_PATH="$libdir" "$scratch/consumer/consumer" mk43 | sed 's/^/find_pack
 
 # A PCU programmed by names, its listing written and read back: exactly this, both ways.
 build tooling_consumer tooling_consumer archspectooling
-expected='simd_structIn[0][1].stage_opcode = alu_format_enum_fp32 refused
-# archspec mk43 pcu
-simd_structIn[0][0].stage_opcode = stage_opcode_alu_op_max
-common_structIn.udc_init_value[0] = 0x64
-read back: the same configuration'
+# What it writes is the canonical listing of what it set, as the packaged tool writes it too.
+listing=$(printf '%s\n' 'simd_structIn[0][0].stage_opcode = stage_opcode_alu_op_max' \
+    'common_structIn.udc_init_value[0] = 100' |
+  LD_LIBRARY_PATH="$libdir" "$prefix/bin/archspec" encode --arch mk43 pcu - |
+  LD_LIBRARY_PATH="$libdir" "$prefix/bin/archspec" decode --arch mk43 pcu - --format sparse)
+expected="simd_structIn[0][1].stage_opcode = alu_format_enum_fp32 refused
+$listing
+read back: the same configuration"
 for form in find_package pkg-config; do
   if [ $form = find_package ]; then
     program=$scratch/tooling_consumer/tooling_consumer
