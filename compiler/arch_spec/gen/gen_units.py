@@ -16,8 +16,8 @@ SOURCES = "compiler/arch_spec/gen/tables/constants/params.tbl and units.py"
 def emit(sheet):
     out = genlib.banner(GENERATOR, SOURCES)
     out += ['#include "Units.h"', "", "namespace archspec {", "namespace {", "",
-            "// accessor, group heading, quantity, unit, derived figure; no quantity where the rule",
-            "// gives none",
+            "// accessor, group heading, quantity, unit, derived figure; no quantity where the",
+            "// rule gives none",
             "const ParameterRow kParameters[] = {"]
     for name, (group, _, meaning, line) in sheet.items():
         quantity, unit, derived = meaning or ("", "", "")
