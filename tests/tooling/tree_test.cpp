@@ -2,6 +2,7 @@
 // record byte for byte, names beside codes, and the cut to what is set.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <memory>
 #include <random>
