@@ -115,8 +115,9 @@ def site_files(facts, decoder_module=None):
                for kind in ("parameter", "container")}
     files["params.html"] = pages.kind_page(
         "Parameters", "params.html", by_kind["parameter"], columns,
-        "The scalar parameters of the constants classes: sizes, widths, counts and rates. The "
-        "unit is the one the name's ending says.", show_unit=True)
+        "The scalar parameters of the constants classes: sizes, widths, counts and rates, in "
+        "the groups of their table. The unit is the one the name's ending and type give, or "
+        "the quantity where it has no unit; blank where no rule gives one.", show_unit=True)
     files["containers.html"] = pages.kind_page(
         "Containers", "containers.html", by_kind["container"], columns,
         "The parameters that are lists.")

@@ -37,13 +37,13 @@ MEANINGS = {
     "pcu_double_width_result_throughput": ("throughput", "results per cycle", ""),
     "pln_on_die_switch_bandwidth": ("ratio", "", ""),
     "tln_to_core_bandwidth_ratio": ("ratio", "", ""),
-    "power_domain_for_tiles": ("power domain of each tile, four bits a tile from tile 0 up", "",
-                               ""),
+    # Four bits a tile, tile 0 in the low bits.
+    "power_domain_for_tiles": ("power domains, 4 bits a tile", "", ""),
 }
 # The bit positions of the header fields of a scalar and a vector packet.
 for _field in ("scalar_destid", "scalar_vif", "vec_destid", "vec_seqid", "vec_vif"):
-    MEANINGS[_field + "_h"] = ("high bit of a packet header field", "", "")
-    MEANINGS[_field + "_l"] = ("low bit of a packet header field", "", "")
+    MEANINGS[_field + "_h"] = ("header field's high bit", "", "")
+    MEANINGS[_field + "_l"] = ("header field's low bit", "", "")
 
 # (ending, quantity, unit), tried in this order.
 ENDINGS = (

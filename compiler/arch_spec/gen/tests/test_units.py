@@ -66,7 +66,7 @@ class EveryParameter(unittest.TestCase):
             "pcu_num_stages": ("count", ""),
             "pcu_accum_drain_on_done_delay_int_macc": ("delay", "cycles"),  # its group says so
             "gemm_bias_pr": ("register number", ""),
-            "vec_vif_h": ("high bit of a packet header field", ""),
+            "vec_vif_h": ("header field's high bit", ""),
         }
         for name, wanted in cases.items():
             with self.subTest(name=name):
