@@ -262,10 +262,10 @@ class Shape {
   void Top(const Scalar& value, size_t line) {
     if (key_ == "arch" || key_ == "tile" || key_ == "record") {
       if (value.kind != Scalar::kString) return Fail(line, "\"" + key_ + "\" must be a string");
-      std::string text(value.text);
-      if (key_ == "arch") arch_ = std::move(text);
-      if (key_ == "tile") tile_ = std::move(text);
-      if (key_ == "record") out_.record = std::move(text);
+      std::optional<std::string>& field = key_ == "arch"   ? arch_
+                                          : key_ == "tile" ? tile_
+                                                           : out_.record;
+      field = std::string(value.text);
     } else if (key_ == "bits") {
       if (!value.whole.has_value()) return Fail(line, "\"bits\" must be a whole number");
       out_.bits = value.whole;

@@ -115,17 +115,14 @@ struct Options {
   bool strict = false;
 };
 
-// The generation named by --arch (or by `source`, a listing's header), chosen for the whole
-// process. The refusal is the library's own, with the name as complaints echo input.
-ArchVersion SelectArch(const std::string& name, const std::string& source = "--arch") {
+// The generation named by --arch, chosen for the whole process. The refusal is the library's own,
+// with the name as complaints echo input.
+ArchVersion SelectArch(const std::string& name) {
   std::string error;
   const ArchVersion version = ArchVersion::expect_parse(name, error);
   if (version.major == 0) {
     const size_t at = name.empty() ? std::string::npos : error.find(name);
     if (at != std::string::npos) error.replace(at, name.size(), EchoText(name));
-    if (const size_t in = error.find("in --arch"); in != std::string::npos && source != "--arch") {
-      error.replace(in, 9, "in " + source);
-    }
     Fail(kBadUsage, error);
   }
   zu::spec::ArchSpec::set_arch(version);
@@ -903,6 +900,19 @@ int main(int argc, char** argv) {
     // complaint needs no memory of its own.
     std::string().swap(out);
     static constexpr char kMessage[] = "archspec: error: out of memory\n";
+    (void)!::write(STDERR_FILENO, kMessage, sizeof kMessage - 1);
+    return archspec::kBadData;
+  } catch (const std::exception& e) {
+    // A failure the tool has no words of its own for (a fault of the tool itself): said, and no
+    // half of a result written, rather than the process aborted without a word.
+    std::string().swap(out);
+    const std::string message =
+        std::string("archspec: error: unexpected failure: ") + e.what() + "\n";
+    (void)!::write(STDERR_FILENO, message.data(), message.size());
+    return archspec::kBadData;
+  } catch (...) {
+    std::string().swap(out);
+    static constexpr char kMessage[] = "archspec: error: unexpected failure\n";
     (void)!::write(STDERR_FILENO, kMessage, sizeof kMessage - 1);
     return archspec::kBadData;
   }
