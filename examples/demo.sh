@@ -23,8 +23,9 @@ step "Encode it into the $("$archspec" layout --arch mk43 pcu | head -1 | sed 's
 "$archspec" encode --arch mk43 pcu "$program" -o "$work/prog.bits"
 echo "prog.bits: $(tr -d '\n' < "$work/prog.bits" | wc -c) bits, $(tr -cd 1 < "$work/prog.bits" | wc -c) of them set"
 
-step "Decode the bits back to the canonical listing (bit order, codes by name)"
-echo "(leaves whose code is 0, such as the madd opcode, are the default and are not listed)"
+step "Decode the bits back to the canonical listing (the record's order, codes by name)"
+echo "(a leaf at 0 is listed where 0 has a name and its record holds another leaf set, as the madd"
+echo " opcode of stage 0 is; the other zeros are the default and are not listed)"
 "$archspec" decode --arch mk43 pcu "$work/prog.bits" --format sparse
 
 step "A name of the wrong kind is refused: a number format is no opcode"
