@@ -333,17 +333,19 @@ void RunGet(const Options& options, std::string& out) {
         }
         continue;
       }
-      if (std::string what = WhatNameIs(version, name); !what.empty()) {
-        if (what.find(" names a tile") != std::string::npos) {
-          what += " (its fields: archspec layout --arch " + options.arch + " " + name + ")";
-        }
-        complain(what);
-        continue;
-      }
       std::string message = "no accessor named " +
                             (name.empty() ? std::string("'' (an empty name)") : EchoText(name));
+      // What else the name is, and the nearest accessor, are searches through every field and
+      // accessor: made for the first few unknown names only.
       if (hints < limits.max_hints) {
         ++hints;
+        if (std::string what = WhatNameIs(version, name); !what.empty()) {
+          if (what.find(" names a tile") != std::string::npos) {
+            what += " (its fields: archspec layout --arch " + options.arch + " " + name + ")";
+          }
+          complain(what);
+          continue;
+        }
         const std::string nearest = NearestAccessor(name);
         if (!nearest.empty()) message += "; did you mean " + nearest + "?";
       }
