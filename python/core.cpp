@@ -347,17 +347,14 @@ class Tile {
   // code of its type, as `archspec check` lists them.
   py::list Check() const {
     py::list out;
-    const nlohmann::json findings = FindingsToJson(config_, config_.Check(), {}, "")["findings"];
-    for (const nlohmann::json& row : findings) {
+    for (const Finding& finding : config_.Check()) {
+      const Leaf& leaf = layout().leaves()[finding.leaf];
       py::list nearest;
-      for (const nlohmann::json& name : row["nearest"]) {
-        nearest.append(py::make_tuple(name["name"].get<std::string>(),
-                                      std::stoull(name["code"].get<std::string>(), nullptr, 16)));
+      for (const EnumName& name : finding.nearest) {
+        nearest.append(py::make_tuple(std::string(name.name), name.code));
       }
-      out.append(py::make_tuple(row["path"].get<std::string>(), row["offset"].get<uint32_t>(),
-                                row["width"].get<uint32_t>(),
-                                std::stoull(row["value"].get<std::string>(), nullptr, 16),
-                                row["type"].get<std::string>(), nearest));
+      out.append(py::make_tuple(leaf.path, leaf.offset, leaf.width, finding.value,
+                                std::string(finding.type->name()), nearest));
     }
     return out;
   }
