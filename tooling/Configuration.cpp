@@ -220,11 +220,11 @@ std::optional<std::string> Configuration::Set(std::string_view path, std::string
     return "value '" + EchoText(text) + "' of " + std::string(path) +
            " is neither a number (decimal or 0x hexadecimal) nor an enumerant name";
   }
-  // The listing's own reading of one line: its numbers, names, widths and complaints.
-  const std::string line = std::string(path) + " = " + std::string(text);
-  const SparseResult read = ReadSparse(line, layout(), naming_->Resolver(), ReportLimits{});
-  if (!read.ok()) return read.errors.front().message;
-  values_[*leaf] = read.values[*leaf];
+  // The listing's own rule of a value: its numbers, names, widths and complaints.
+  const LeafValue read =
+      ReadLeafValue(text, layout(), *leaf, naming_->Resolver(), [] { return true; });
+  if (!read.value.has_value()) return read.error;
+  values_[*leaf] = *read.value;
   return std::nullopt;
 }
 
