@@ -42,6 +42,8 @@
 #include "Names.h"
 #include "Nearest.h"
 #include "PathForm.h"
+#include "Port.h"
+#include "PortJson.h"
 #include "Sparse.h"
 #include "Tile.h"
 #include "compiler/arch_spec/ArchSpec.h"
@@ -113,6 +115,8 @@ struct Options {
   bool nonzero = false;
   bool bit_order = false;
   bool strict = false;
+  std::string to;        // port: the target generation
+  bool partial = false;  // port: write what did move even when something did not
 };
 
 // The generation named by --arch, chosen for the whole process. The refusal is the library's own,
@@ -509,6 +513,52 @@ void RunPatch(const Options& options, std::string& out) {
   Emit(options.output, ConfigurationFile(configuration, bytes), out);
 }
 
+// `diff` of configurations of two generations: by path and meaning (Port.h), the paths that lie on
+// one side only included.
+void DiffAcross(const Options& options, const Configuration& a, const Configuration& b,
+                std::string& out) {
+  const std::vector<CrossChange> changes = CompareAcross(a, b);
+  const std::string a_generation = a.naming().generation();
+  const std::string b_generation = b.naming().generation();
+  const Naming* a_names = options.codes ? nullptr : &a.naming();
+  const Naming* b_names = options.codes ? nullptr : &b.naming();
+  if (options.format == "sparse") {
+    // The listing that turns A's port into B: B's value of every path that differs, and as
+    // comments the values of A that have no place on B.
+    out += "# " + b.HeaderLine() + "\n";
+    for (const CrossChange& change : changes) {
+      if (change.b.has_value()) {
+        AppendListingLine(out, b.layout(), *change.b, change.b_value, b_names);
+      } else {
+        out += "# only on " + a_generation + ": ";
+        AppendListingLine(out, a.layout(), *change.a, change.a_value, a_names);
+      }
+    }
+  } else if (options.format == "json") {
+    out += CrossComparisonToJson(a, b, changes, InputName(options.file), InputName(options.file_b),
+                                 options.codes)
+               .dump(2) +
+           "\n";
+  } else {
+    for (const CrossChange& change : changes) {
+      out +=
+          (change.b ? b.layout().leaves()[*change.b].path : a.layout().leaves()[*change.a].path) +
+          ": " +
+          (change.a ? ShownValue(a_names, *change.a, change.a_value)
+                    : "(no such leaf on " + a_generation + ")") +
+          " -> " +
+          (change.b ? ShownValue(b_names, *change.b, change.b_value)
+                    : "(no such leaf on " + b_generation + ")") +
+          "\n";
+    }
+    out += "# " + std::to_string(changes.size()) +
+           (changes.size() == 1 ? " path differs" : " paths differ") + " in meaning between " +
+           InputName(options.file) + " (" + a_generation + ") and " + InputName(options.file_b) +
+           " (" + b_generation + ")\n";
+  }
+  if (options.exit_code && !changes.empty()) throw Exit{kDifferent};
+}
+
 void RunDiff(const Options& options, std::string& out) {
   OneStandardInput(options.file, options.file_b, "A and B");
   const std::optional<Form> form = FormOf(options);
@@ -520,8 +570,21 @@ void RunDiff(const Options& options, std::string& out) {
   } catch (const Exit& exit) {
     a_failed = exit;
   }
-  const Configuration b = Load(options, options.file_b, form, a ? &*a : nullptr);
+  // Without --arch, B of another generation than A is read as its header or JSON says, for A's
+  // tile, and compared by meaning.
+  const InputKind b_kind = InspectInput(ReadFile(options.file_b), form);
+  const bool b_names_generation =
+      options.arch.empty() && b_kind.names.has_value() && !b_kind.names->generation.empty();
+  Options b_options = options;
+  if (a.has_value() && b_options.tile.empty()) b_options.tile = a->tile().name;
+  const Configuration b =
+      Load(b_options, options.file_b, form, a && !b_names_generation ? &*a : nullptr);
   if (a_failed.has_value()) throw *a_failed;
+  if (a->tile().name != b.tile().name) Fail(kBadUsage, *a->CanCompare(b));
+  if (a->CanCompare(b).has_value()) {
+    DiffAcross(options, *a, b, out);
+    return;
+  }
   const std::vector<LeafChange> changes = a->Compare(b);
   const std::vector<Leaf>& leaves = b.layout().leaves();
   const Naming* names = options.codes ? nullptr : &b.naming();
@@ -542,6 +605,36 @@ void RunDiff(const Options& options, std::string& out) {
            InputName(options.file_b) + "\n";
   }
   if (options.exit_code && !changes.empty()) throw Exit{kDifferent};
+}
+
+// A configuration moved to the generation of --to by meaning: the configuration on standard output
+// (or -o), the report on standard error; exit status 3, and no configuration unless --partial,
+// when a leaf did not move exactly.
+void RunPort(const Options& options, std::string& out) {
+  const std::optional<ArchVersion> target = FindGeneration(options.to);
+  if (!target.has_value()) Fail(kBadUsage, "--to: " + UnknownGeneration(options.to));
+  const Configuration source = Load(options, options.file, FormOf(options));
+  std::optional<PortResult> port = Port(source, *target);
+  if (!port.has_value()) Fail(kBadUsage, GenerationLabel(*target) + " has no tile records");
+  const Configuration& ported = port->configuration;
+  const PortReport& report = port->report;
+  if (options.json) {
+    std::cerr << PortReportToJson(source, ported, report).dump(2) << "\n";
+  } else if (!report.exact() || !report.notes.empty() || !report.review.empty()) {
+    std::cerr << PortReportText(source, ported, report);
+  }
+  if (report.exact() || options.partial) {
+    std::string data;
+    if (options.format == "json") {
+      data = ported.ToJson(false, options.codes);
+    } else if (options.format == "bits" || options.format == "bytes") {
+      data = ConfigurationFile(ported, options.format == "bytes");
+    } else {
+      data = ported.ToListing(false, options.codes);
+    }
+    Emit(options.output, data, out);
+  }
+  if (!report.exact()) throw Exit{kDifferent};
 }
 
 // Every typed leaf whose value is no code of its type, and as notes those that hold a code the
@@ -642,7 +735,8 @@ int Main(int argc, char** argv, std::string& out) {
   app.set_version_flag("--version", std::string("archspec ") + ARCHSPEC_VERSION,
                        "Print the version of archspec and exit");
   app.footer(
-      "Exit status: 0 success, 1 bad data, 2 bad usage (3: diff --exit-code found differences).\n"
+      "Exit status: 0 success, 1 bad data, 2 bad usage (3: diff --exit-code found differences,\n"
+      "port left something that did not move exactly).\n"
       "Run 'archspec SUBCOMMAND --help' for the options and examples of each subcommand.");
   // CLI11's complaints echo arguments: shown as every complaint shows input.
   app.failure_message([](const CLI::App*, const CLI::Error& e) {
@@ -801,6 +895,34 @@ int Main(int argc, char** argv, std::string& out) {
       "  archspec check --arch mk43 pcu prog.bits\n"
       "  archspec check --arch mk44 agcu --sparse agcu.sparse --format json");
 
+  CLI::App* port = AddArch(
+      app.add_subcommand("port", "Move a configuration to another generation by meaning"), options);
+  port->add_option("--to", options.to, "Target generation: " + ProductNames() + " (any case)")
+      ->required();
+  AddTileOrHeader(port, options);
+  port->add_option("FILE", options.file, "Configuration: '0'/'1' text, bytes or a listing");
+  CLI::Option* port_bytes = port->add_flag("--bytes", options.bytes, "FILE holds the packed bytes");
+  port->add_flag("--sparse", options.sparse, "FILE is a sparse listing")->excludes(port_bytes);
+  port->add_option("--format", options.format,
+                   "sparse (default: a listing with the target's header), json, bits or bytes")
+      ->check(CLI::IsMember({"sparse", "json", "bits", "bytes"}));
+  port->add_option("-o,--output", options.output, "Output file (default: standard output)");
+  port->add_flag("--partial", options.partial,
+                 "Write what did move even when some leaf did not (exit status 3 all the same)");
+  port->add_flag("--json", options.json, "Write the report as JSON");
+  AddForce(port, options);
+  AddCodes(port, options);
+  port->footer(
+      "Codes move by name (the target's code of the same name), a typed 0 by its name where its\n"
+      "record is in use, other values by number; paths by field name and index. The report, on\n"
+      "standard error, gives every leaf that did not move exactly with its reason, notes the\n"
+      "codes that either generation infers, and names the target's new typed leaves whose 0 names\n"
+      "a code in a record the program uses. Exit status 0 when everything moved exactly, 3 when\n"
+      "something did not (then nothing is written unless --partial), 1 bad data, 2 bad usage.\n"
+      "Examples:\n"
+      "  archspec port --to mk44 prog.sparse -o prog44.sparse\n"
+      "  archspec port --to mk44 --arch mk43 pcu prog.bits --partial --format bits -o prog44.bits");
+
   // The bash completion, made from the options above when the tool is built and installed with
   // it; not an option a user needs, so not in the help.
   if (argc == 2 && std::string_view(argv[1]) == "--bash-completion") {
@@ -852,7 +974,9 @@ int Main(int argc, char** argv, std::string& out) {
     if (constraints->parsed()) RunList(options, {AccessorKind::kConstraint}, out);
     if (layout->parsed()) RunLayout(options, out);
     if (where->parsed()) RunWhere(options, out);
-    if (decode->parsed() || encode->parsed() || check->parsed()) PlaceOperands(options, {"FILE"});
+    if (decode->parsed() || encode->parsed() || check->parsed() || port->parsed()) {
+      PlaceOperands(options, {"FILE"});
+    }
     if (patch->parsed()) PlaceOperands(options, {"CONFIG", "DELTA"});
     if (diff->parsed()) PlaceOperands(options, {"A", "B"});
     if (decode->parsed()) {
@@ -863,6 +987,7 @@ int Main(int argc, char** argv, std::string& out) {
     if (patch->parsed()) RunPatch(options, out);
     if (diff->parsed()) RunDiff(options, out);
     if (check->parsed()) RunCheck(options, out);
+    if (port->parsed()) RunPort(options, out);
   } catch (const Exit& exit) {
     return exit.status;
   }
