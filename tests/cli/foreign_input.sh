@@ -29,6 +29,8 @@ for foreign in other.sparse other_tile.sparse other.json; do
                  "patch --arch mk43 pcu $foreign mine.bits" "patch --arch mk43 pcu mine.bits $foreign"; do
     # A change must be a listing: JSON given as DELTA is refused before its header is read.
     case "$command" in "patch --arch mk43 pcu mine.bits other.json") continue ;; esac
+    # Without --arch, files that name two generations of one tile are compared across them.
+    case "$command" in "diff mine.json other.sparse" | "diff mine.json other.json") continue ;; esac
     status=0
     read -ra words <<< "$command"
     "$archspec" "${words[@]}" > out 2> err || status=$?

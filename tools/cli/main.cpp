@@ -570,8 +570,8 @@ void RunDiff(const Options& options, std::string& out) {
   } catch (const Exit& exit) {
     a_failed = exit;
   }
-  // Without --arch, B of another generation than A is read as its header or JSON says, for A's
-  // tile, and compared by meaning.
+  // Without --arch, which names one generation for both, B whose header or JSON names a
+  // generation is read for it, for A's tile, and compared by meaning where it is not A's.
   const InputKind b_kind = InspectInput(ReadFile(options.file_b), form);
   const bool b_names_generation =
       options.arch.empty() && b_kind.names.has_value() && !b_kind.names->generation.empty();
