@@ -5,6 +5,7 @@
 #include "Diagnostic.h"
 #include "Nearest.h"
 #include "PathForm.h"
+#include "RuntimeRegisters.h"
 
 namespace archspec {
 namespace {
@@ -143,6 +144,31 @@ Layout::Layout(std::string record, uint32_t bits, std::vector<Leaf> leaves)
     }
   }
   tree_ = print.Lines();
+}
+
+bool Layout::LinkRuntimeRegisters(std::span<const RuntimeRegisterRow* const> registers) {
+  std::vector<std::pair<size_t, const RuntimeRegisterRow*>> links;
+  for (const RuntimeRegisterRow* row : registers) {
+    if (!row->linked()) continue;
+    const std::optional<size_t> leaf = Find(row->path);
+    if (!leaf) return false;
+    if ((row->word == RegisterWord::kWhole) != (leaves_[*leaf].width <= 32)) return false;
+    links.emplace_back(*leaf, row);
+  }
+  for (const auto& [leaf, row] : links) {
+    const bool high = row->word == RegisterWord::kHigh;
+    (high ? leaves_[leaf].runtime_hi : leaves_[leaf].runtime_lo) = row;
+    runtime_[row->number] = {leaf, high};
+  }
+  return true;
+}
+
+std::optional<std::pair<size_t, const RuntimeRegisterRow*>> Layout::FindRuntimeRegister(
+    uint32_t number) const {
+  const auto found = runtime_.find(number);
+  if (found == runtime_.end()) return std::nullopt;
+  const Leaf& leaf = leaves_[found->second.first];
+  return std::pair{found->second.first, found->second.second ? leaf.runtime_hi : leaf.runtime_lo};
 }
 
 std::optional<size_t> Layout::Find(std::string_view path) const {

@@ -6,20 +6,31 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace archspec {
+
+struct RuntimeRegisterRow;
 
 // One leaf: a field of 1 to 64 bits, packed array elements included.
 struct Leaf {
   std::string path;     // dotted path from the tile record, e.g. "simd_structIn[0][4].stage_opcode"
   uint32_t offset = 0;  // first (most significant) bit in the tile's bit string
   uint32_t width = 0;   // bits
-  uint32_t reg_lo = 0;  // register of the low 32 bits
-  std::optional<uint32_t> reg_hi;  // register of the bits from 32 up, for leaves above 32 bits
+  uint32_t reg_lo = 0;  // configuration register of the low 32 bits
+  std::optional<uint32_t> reg_hi;  // of the bits from 32 up, for leaves above 32 bits
+  // The run-time registers that write it while its unit runs, where the table of run-time
+  // registers links them (RuntimeRegisters.h): of its low word, or of all of a leaf of up to 32
+  // bits, and of its high word; null where none is linked.
+  const RuntimeRegisterRow* runtime_lo = nullptr;
+  const RuntimeRegisterRow* runtime_hi = nullptr;
+
+  bool runtime() const { return runtime_lo != nullptr || runtime_hi != nullptr; }
 };
 
 // A record or an array above leaves: what a path that is not a leaf's names.
@@ -61,6 +72,14 @@ class Layout {
   Layout() = default;
   // `leaves` in bit order, covering the `bits` of `record` without gaps.
   Layout(std::string record, uint32_t bits, std::vector<Leaf> leaves);
+  // Links the leaves that `registers` write (rows of one tile and generation; unlinked rows are
+  // passed over) to those registers. False, with the layout as it was, where a row's path names
+  // no leaf or a word the leaf lacks.
+  bool LinkRuntimeRegisters(std::span<const RuntimeRegisterRow* const> registers);
+  // The leaf and run-time register of register `number`, if one of the layout's leaves is linked
+  // to it.
+  std::optional<std::pair<size_t, const RuntimeRegisterRow*>> FindRuntimeRegister(
+      uint32_t number) const;
   // The index refers into the leaves: a move keeps it valid, a copy would not.
   Layout(Layout&&) = default;
   Layout& operator=(Layout&&) = default;
@@ -103,6 +122,8 @@ class Layout {
   std::unordered_map<std::string_view, size_t> index_;  // views into leaves_[i].path
   std::unordered_map<std::string, Branch> branches_;
   std::vector<TreeLine> tree_;
+  // Linked run-time register numbers: the leaf, and whether the high word.
+  std::unordered_map<uint32_t, std::pair<size_t, bool>> runtime_;
 };
 
 // The largest value a leaf of `width` bits holds.

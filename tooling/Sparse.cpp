@@ -37,35 +37,6 @@ std::string_view NextWord(std::string_view& text) {
 
 bool IsNameStart(char c) { return std::isalpha(static_cast<unsigned char>(c)) || c == '_'; }
 
-// Reads a decimal or 0x-hexadecimal number. Empty if the text is no number or exceeds 64 bits;
-// `overflow` tells the two apart.
-std::optional<uint64_t> ParseNumber(std::string_view text, bool& overflow) {
-  overflow = false;
-  unsigned base = 10;
-  if (text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X')) {
-    base = 16;
-    text.remove_prefix(2);
-  }
-  if (text.empty()) return std::nullopt;
-  uint64_t value = 0;
-  for (char c : text) {
-    unsigned digit;
-    if (c >= '0' && c <= '9') {
-      digit = static_cast<unsigned>(c - '0');
-    } else if (base == 16 && c >= 'a' && c <= 'f') {
-      digit = static_cast<unsigned>(c - 'a' + 10);
-    } else if (base == 16 && c >= 'A' && c <= 'F') {
-      digit = static_cast<unsigned>(c - 'A' + 10);
-    } else {
-      return std::nullopt;
-    }
-    if (value > (~uint64_t{0} - digit) / base) overflow = true;
-    value = value * base + digit;
-  }
-  if (overflow) return std::nullopt;
-  return value;
-}
-
 class Reader {
  public:
   Reader(const Layout& layout, const NameResolver& names, const ReportLimits& limits)
@@ -158,6 +129,33 @@ class Reader {
 };
 
 }  // namespace
+
+std::optional<uint64_t> ParseNumber(std::string_view text, bool& overflow) {
+  overflow = false;
+  unsigned base = 10;
+  if (text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X')) {
+    base = 16;
+    text.remove_prefix(2);
+  }
+  if (text.empty()) return std::nullopt;
+  uint64_t value = 0;
+  for (char c : text) {
+    unsigned digit;
+    if (c >= '0' && c <= '9') {
+      digit = static_cast<unsigned>(c - '0');
+    } else if (base == 16 && c >= 'a' && c <= 'f') {
+      digit = static_cast<unsigned>(c - 'a' + 10);
+    } else if (base == 16 && c >= 'A' && c <= 'F') {
+      digit = static_cast<unsigned>(c - 'A' + 10);
+    } else {
+      return std::nullopt;
+    }
+    if (value > (~uint64_t{0} - digit) / base) overflow = true;
+    value = value * base + digit;
+  }
+  if (overflow) return std::nullopt;
+  return value;
+}
 
 SparseResult ReadSparse(std::string_view text, const Layout& layout, const NameResolver& names,
                         size_t max_errors) noexcept {

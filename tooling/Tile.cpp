@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cctype>
 #include <map>
+#include <stdexcept>
 
+#include "RuntimeRegisters.h"
 #include "Sparse.h"
 #include "compiler/arch_spec/ConfigBuilder.h"
 
@@ -52,7 +54,8 @@ class Registration {
 
 // The Layout of a record class, made once per process.
 std::shared_ptr<const Layout> LayoutOf(const RecordClass& record_class, BaseConstruct& root,
-                                       zu::spec::UniqueId first_id) {
+                                       zu::spec::UniqueId first_id, const ArchVersion& version,
+                                       const TileType& tile) {
   static std::map<const RecordClass*, std::shared_ptr<const Layout>> layouts;
   std::shared_ptr<const Layout>& layout = layouts[&record_class];
   if (layout != nullptr) return layout;
@@ -69,8 +72,14 @@ std::shared_ptr<const Layout> LayoutOf(const RecordClass& record_class, BaseCons
     if (out.width > 32) out.reg_hi = leaf.RegisterHiImpl();
     leaves.push_back(std::move(out));
   });
-  layout = std::make_shared<const Layout>(
-      record_class.name, static_cast<uint32_t>(record_class.bits), std::move(leaves));
+  auto made = std::make_shared<Layout>(record_class.name, static_cast<uint32_t>(record_class.bits),
+                                       std::move(leaves));
+  // The generator checked every linked path against the records; a layout that disagrees would be
+  // a fault of the build, not of any input.
+  if (!made->LinkRuntimeRegisters(RuntimeRegistersOf(version, tile)))
+    throw std::logic_error("the run-time registers of " + std::string(record_class.name) +
+                           " name leaves it does not have");
+  layout = std::move(made);
   return layout;
 }
 
@@ -145,7 +154,7 @@ TileRecord::TileRecord(const ArchVersion& version, const TileType& tile,
       label_(GenerationLabel(version)),
       first_id_(first_id),
       root_(record_class.make()),
-      layout_(LayoutOf(record_class, *root_, first_id)) {}
+      layout_(LayoutOf(record_class, *root_, first_id, version, tile)) {}
 
 std::string TileRecord::Describe() const { return std::string(class_.name) + " of " + label_; }
 
@@ -187,6 +196,20 @@ void TileRecord::Load(const std::vector<uint64_t>& values) {
     ++i;
     if (value <= MaxValue(static_cast<uint32_t>(leaf.SizeInBits()))) leaf = value;
   });
+}
+
+void TileRecord::UseRegistered(const std::vector<uint64_t>& values,
+                               const std::function<void(const BaseConstruct&)>& use) {
+  Load(values);
+  const Registration registration(*root_, class_, first_id_);
+  const std::vector<Leaf>& leaves = layout_->leaves();
+  size_t i = 0;
+  root_->Walk([&leaves, &i](BitsIntegerBase& leaf) {
+    const Leaf& place = leaves[i++];
+    if (place.runtime_lo != nullptr) leaf.SetRegisterLo(place.runtime_lo->number, true);
+    if (place.runtime_hi != nullptr) leaf.SetRegisterHi(place.runtime_hi->number, true);
+  });
+  use(*root_);
 }
 
 std::string TileRecord::WriteBits(const std::vector<uint64_t>& values) {

@@ -11,6 +11,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -62,6 +63,14 @@ class TileRecord {
   std::vector<uint8_t> WriteBytes(const std::vector<uint64_t>& values);
   // The library's printed form of the record holding `values`, registered as the layout is.
   std::string WriteTree(const std::vector<uint64_t>& values);
+  // Runs `use` on the record holding `values`, registered as the layout is, and with the run-time
+  // registers of its linked leaves given through the library's SetRegisterLo and SetRegisterHi
+  // (number, writable): the record's CollectFields shows them (`reg`, with `reg_flag` set) and
+  // its CollectPatches writes them. Unlinked leaves keep their configuration registers and an
+  // unset flag, so a whole record's patches mix the two numberings: take those of `reg_flag`.
+  // (The library keeps one flag per leaf: a leaf with one word linked has it set for both.)
+  void UseRegistered(const std::vector<uint64_t>& values,
+                     const std::function<void(const zu::spec::BaseConstruct&)>& use);
 
  private:
   TileRecord(const zu::spec::ArchVersion& version, const TileType& tile,

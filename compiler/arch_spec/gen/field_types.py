@@ -319,39 +319,9 @@ END = "<!-- end of coverage -->"
 
 
 def main(argv):
-    """field_types.py TABLES_DIR prints the coverage; with DOC it checks that the document's
-    coverage section is current, and with --write DOC it rewrites that section."""
-    args = argv[1:]
-    write = "--write" in args
-    args = [a for a in args if a != "--write"]
-    if len(args) not in (1, 2):
-        sys.stderr.write("usage: field_types.py TABLES_DIR [[--write] DOC]\n")
-        return 2
-    try:
-        text = coverage(args[0])
-    except genlib.TableError as e:
-        sys.stderr.write(f"{e}\n")
-        return 1
-    if len(args) == 1:
-        sys.stdout.write(text)
-        return 0
-    with open(args[1], encoding="utf-8") as f:
-        doc = f.read()
-    head, begin, rest = doc.partition(BEGIN)
-    _, end, tail = rest.partition(END)
-    if not begin or not end:
-        sys.stderr.write(f"{args[1]}: no coverage section ({BEGIN} ... {END})\n")
-        return 1
-    new = f"{head}{BEGIN}\n{text}{END}{tail}"
-    if new == doc:
-        return 0
-    if write:
-        with open(args[1], "w", encoding="utf-8") as f:
-            f.write(new)
-        return 0
-    sys.stderr.write(f"{args[1]}: the coverage section is not that of the tables; rewrite it with "
-                     f"compiler/arch_spec/gen/field_types.py {args[0]} --write {args[1]}\n")
-    return 1
+    """field_types.py TABLES_DIR prints the coverage; with DOC it checks that the document's section is
+    current, and with --write DOC it rewrites it."""
+    return genlib.section_main(argv, "field_types.py", coverage, BEGIN, END)
 
 
 if __name__ == "__main__":

@@ -375,3 +375,40 @@ def main(doc, generate, argv=None):
     if summary:
         print(summary)
     return 0
+
+
+def section_main(argv, script, coverage, begin, end):
+    """The command line of a table's coverage: `SCRIPT TABLES_DIR` prints it as Markdown; with DOC
+    it checks that the document's section between `begin` and `end` is current, and with --write
+    DOC it rewrites that section."""
+    args = argv[1:]
+    write = "--write" in args
+    args = [a for a in args if a != "--write"]
+    if len(args) not in (1, 2):
+        sys.stderr.write(f"usage: {script} TABLES_DIR [[--write] DOC]\n")
+        return 2
+    try:
+        text = coverage(args[0])
+    except TableError as e:
+        sys.stderr.write(f"{e}\n")
+        return 1
+    if len(args) == 1:
+        sys.stdout.write(text)
+        return 0
+    with open(args[1], encoding="utf-8") as f:
+        doc = f.read()
+    head, found_begin, rest = doc.partition(begin)
+    _, found_end, tail = rest.partition(end)
+    if not found_begin or not found_end:
+        sys.stderr.write(f"{args[1]}: no section {begin} ... {end}\n")
+        return 1
+    new = f"{head}{begin}\n{text}{end}{tail}"
+    if new == doc:
+        return 0
+    if write:
+        with open(args[1], "w", encoding="utf-8") as f:
+            f.write(new)
+        return 0
+    sys.stderr.write(f"{args[1]}: the section {begin} is not that of the tables; rewrite it with "
+                     f"compiler/arch_spec/gen/{script} {args[0]} --write {args[1]}\n")
+    return 1
