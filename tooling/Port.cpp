@@ -326,7 +326,6 @@ std::vector<CrossChange> CompareAcross(const Configuration& a, const Configurati
   std::vector<CrossChange> out;
   const PortPlan& plan = PlanOf(a, b);
   const std::vector<bool> a_zeros = NamedZeros(a.layout(), a.values(), a.naming());
-  const std::vector<bool> b_zeros = NamedZeros(b.layout(), b.values(), b.naming());
   // What each leaf of `a` means on `b`'s generation, where it has a place there.
   std::vector<std::optional<size_t>> a_of_b(b.layout().leaves().size());
   for (size_t i = 0; i < a.layout().leaves().size(); ++i) {
@@ -336,7 +335,7 @@ std::vector<CrossChange> CompareAcross(const Configuration& a, const Configurati
     const uint64_t b_value = b.value(j);
     const std::optional<size_t> i = a_of_b[j];
     if (!i.has_value()) {
-      if (b_value != 0 || b_zeros[j]) out.push_back({std::nullopt, j, 0, b_value});
+      if (b_value != 0) out.push_back({std::nullopt, j, 0, b_value});
       continue;
     }
     const uint64_t a_value = a.value(*i);
@@ -352,7 +351,7 @@ std::vector<CrossChange> CompareAcross(const Configuration& a, const Configurati
     if (expected != b_value) out.push_back({i, j, a_value, b_value});
   }
   for (size_t i : RecordOrder(a.layout())) {
-    if (!plan.leaf(i).to.has_value() && (a.value(i) != 0 || a_zeros[i])) {
+    if (!plan.leaf(i).to.has_value() && a.value(i) != 0) {
       out.push_back({i, std::nullopt, a.value(i), 0});
     }
   }

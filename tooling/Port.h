@@ -82,8 +82,8 @@ std::string PortReportText(const Configuration& from, const Configuration& to,
 
 // One path at which two configurations of different generations differ in meaning. A leaf is
 // compared by name where the first side's value names a code that the second answers for its
-// type (and for a typed 0 where its record is in use), else by number. Only a leaf whose value
-// is set, or a named zero in use, is reported as lying on one side only.
+// type (and for a typed 0 where its record is in use), else by number. A path of one side only is
+// reported where its value is not 0: a field that a generation lacks reads as 0 there.
 struct CrossChange {
   std::optional<size_t> a;  // the leaf in the first configuration's layout, if it has the path
   std::optional<size_t> b;  // the leaf in the second's
