@@ -44,7 +44,7 @@ grep -q '^# 0 leaves of' check.txt || fail "check found something in the port"
 # Back to mk43: everything moves, and only the lost leaf differs from the original.
 [ "$(status port --to mk43 p44.sparse -o p43.sparse)" = 0 ] || fail "the way back: $(cat err)"
 "$archspec" diff --arch mk43 pcu --sparse "$example" p43.sparse > back.diff || true
-grep -qx 'output_structIn\[0\]\.vecdestPMU: 0x1 -> 0x0' back.diff || fail "the way back: $(cat back.diff)"
+grep -q '^output_structIn\[0\]\.vecdestPMU: 0x1 -> 0x0\( \|$\)' back.diff || fail "the way back: $(cat back.diff)"
 grep -q '^# 1 of [0-9]* leaves differ' back.diff || fail "the way back changed more than one leaf"
 
 # The report's JSON, read by a JSON parser; and the other forms of the port.
@@ -77,7 +77,7 @@ cmp ko.bits uko.bits || fail "mk41 to mk42 changed bits"
 # its source only where it lost.
 "$archspec" decode --arch mk43 pcu "$example" --sparse --format sparse > orig.sparse
 "$archspec" diff orig.sparse p44.sparse > across.txt || true
-grep -qx 'output_structIn\[0\]\.vecdestPMU: 0x1 -> (no such leaf on mk44)' across.txt ||
+grep -q '^output_structIn\[0\]\.vecdestPMU: 0x1 -> (no such leaf on mk44)\( \|$\)' across.txt ||
   fail "diff across: $(cat across.txt)"
 if grep -q 'stage_opcode' across.txt; then fail "diff across compares codes by number"; fi
 grep -q '^# [0-9]* paths\? differs\? in meaning between .* (mk43) and .* (mk44)$' across.txt ||
