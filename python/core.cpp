@@ -29,9 +29,12 @@
 #include "Names.h"
 #include "Nearest.h"
 #include "PathForm.h"
+#include "Port.h"
 #include "RecordOrder.h"
+#include "RuntimeRegisters.h"
 #include "Sparse.h"
 #include "Tile.h"
+#include "Writes.h"
 #include "compiler/arch_spec/ArchVersion.h"
 #include "compiler/arch_spec/gen/GenerationTable.h"
 
@@ -408,15 +411,106 @@ class Tile {
     return out;
   }
 
-  py::list Diff(const Tile& other) const {
+  // (writes, load): the register writes that turn this configuration into `other`'s while the
+  // unit runs, as (name, register, value, path, word) tuples in the library's order, and the
+  // paths of the changed leaves that no run-time register writes.
+  py::tuple WritesTo(const Tile& other, uint32_t id, std::optional<uint32_t> base) const {
     if (const std::optional<std::string> error = config_.CanCompare(other.config_)) {
       throw py::value_error(*error);
     }
+    const RegisterWrites writes = WritesBetween(config_, other.config_, {id, base});
+    py::list out, load;
+    for (const RegisterWrite& write : writes.writes) {
+      out.append(py::make_tuple(write.reg->name, write.patch.reg, write.patch.value,
+                                write.reg->path, WordKey(write.reg->word)));
+    }
+    for (size_t leaf : writes.load) load.append(layout().leaves()[leaf].path);
+    return py::make_tuple(out, load);
+  }
+
+  // Applies writes given as (register, value) pairs, or read from `data` (text, JSON or the
+  // binary form); a refusal raises ValueError with every complaint, and changes nothing.
+  void Apply(const py::object& writes, std::optional<uint32_t> base, bool force) {
+    std::vector<ReadWrite> list;
+    std::string what = "writes";
+    if (py::isinstance<py::bytes>(writes) || py::isinstance<py::str>(writes)) {
+      const std::string data = writes.cast<std::string>();
+      WritesInput read = ReadWrites(data, config_, py::isinstance<py::bytes>(writes), force);
+      if (!read.errors.empty()) throw py::value_error(Messages(what, read.errors));
+      list = std::move(read.writes);
+    } else {
+      size_t index = 0;
+      for (const py::handle item : writes) {
+        const auto pair = item.cast<std::pair<uint32_t, uint32_t>>();
+        ReadWrite write;
+        write.patch.reg = pair.first;
+        write.patch.value = pair.second;
+        write.place = "writes[" + std::to_string(index++) + "]";
+        list.push_back(std::move(write));
+      }
+    }
+    Configuration changed = config_;
+    const std::vector<Diagnostic> errors = ApplyWrites(changed, list, base);
+    if (!errors.empty()) throw py::value_error(Messages(what, errors));
+    config_ = std::move(changed);
+  }
+
+  // [(name, register, word, stated, inferred)] of the run-time registers that write the leaf at
+  // `path`, its low word first; empty where none does.
+  py::list RuntimeRegister(const std::string& path) const {
+    const Leaf& leaf = layout().leaves()[LeafOf(path)];
     py::list out;
+    for (const RuntimeRegisterRow* row : {leaf.runtime_lo, leaf.runtime_hi}) {
+      if (row == nullptr) continue;
+      out.append(
+          py::make_tuple(row->name, row->number, WordKey(row->word), row->stated, row->inferred));
+    }
+    return out;
+  }
+
+  py::list Diff(const Tile& other) const {
+    py::list out;
+    if (const std::optional<std::string> error = config_.CanCompare(other.config_)) {
+      if (tile().name != other.tile().name) throw py::value_error(*error);
+      // Another generation's: by path and meaning, None for the side that lacks the path.
+      for (const CrossChange& change : CompareAcross(config_, other.config_)) {
+        const std::string& path =
+            change.b ? other.layout().leaves()[*change.b].path : layout().leaves()[*change.a].path;
+        const auto value = [](std::optional<size_t> leaf, uint64_t v) -> py::object {
+          return leaf ? py::object(py::int_(v)) : py::object(py::none());
+        };
+        out.append(
+            py::make_tuple(path, value(change.a, change.a_value), value(change.b, change.b_value)));
+      }
+      return out;
+    }
     for (const LeafChange& change : config_.Compare(other.config_)) {
       out.append(py::make_tuple(layout().leaves()[change.leaf].path, change.from, change.to));
     }
     return out;
+  }
+
+  // The configuration moved to `generation` by meaning (Port.h): (tile, lost, notes, review),
+  // each entry of lost and notes (path, reason, value, text), each of review (path, name).
+  py::tuple PortTo(std::shared_ptr<Generation> generation) const {
+    generation = Checked(std::move(generation));
+    std::optional<PortResult> port = Port(config_, generation->row().version);
+    if (!port.has_value()) throw py::value_error(generation->Label() + " has no tile records");
+    const auto entries = [](const std::vector<PortEntry>& list) {
+      py::list out;
+      for (const PortEntry& entry : list) {
+        out.append(
+            py::make_tuple(entry.path, PortReasonName(entry.reason), entry.value, entry.text));
+      }
+      return out;
+    };
+    py::list review;
+    for (const PortReview& row : port->report.review) {
+      review.append(py::make_tuple(port->configuration.layout().leaves()[row.leaf].path,
+                                   std::string(row.name)));
+    }
+    return py::make_tuple(Tile(std::move(generation), std::move(port->configuration)),
+                          entries(port->report.lost), entries(port->report.notes), review);
   }
 
   bool Equals(const Tile& other) const {
@@ -573,6 +667,10 @@ PYBIND11_MODULE(_core, m) {
       .def("where", &Tile::Where)
       .def("values", &Tile::Values)
       .def("diff", &Tile::Diff)
+      .def("port", &Tile::PortTo)
+      .def("writes_to", &Tile::WritesTo)
+      .def("apply", &Tile::Apply)
+      .def("runtime_register", &Tile::RuntimeRegister)
       .def("equals", &Tile::Equals)
       .def("copy", [](const Tile& t) { return Tile(t); })
       .def("describe", &Tile::Describe);

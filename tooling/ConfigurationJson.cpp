@@ -4,6 +4,7 @@
 
 #include "PathForm.h"
 #include "RecordOrder.h"
+#include "RuntimeRegisters.h"
 
 namespace archspec {
 
@@ -36,6 +37,20 @@ json LeafHead(const Leaf& leaf) {
 }
 
 }  // namespace
+
+json RuntimeToJson(const Leaf& leaf) {
+  json out = json::array();
+  for (const RuntimeRegisterRow* row : {leaf.runtime_lo, leaf.runtime_hi}) {
+    if (row == nullptr) continue;
+    json entry{{"register", row->number},
+               {"name", row->name},
+               {"word", WordKey(row->word)},
+               {"link", row->stated ? "stated" : "inferred"}};
+    if (row->inferred) entry["inferred_number"] = true;
+    out.push_back(std::move(entry));
+  }
+  return out;
+}
 
 json LeafToJson(const Configuration& configuration, size_t leaf, bool codes) {
   json row = LeafHead(configuration.layout().leaves()[leaf]);
@@ -71,6 +86,7 @@ json LayoutToJson(const Configuration& configuration) {
     row["reg_lo"] = leaf.reg_lo;
     if (leaf.reg_hi.has_value()) row["reg_hi"] = *leaf.reg_hi;
     row["registers"] = Registers(leaf);
+    if (leaf.runtime()) row["runtime"] = RuntimeToJson(leaf);
     if (const Enumeration* type = naming.TypeOf(i)) row["type"] = type->name();
     leaves.push_back(std::move(row));
   }
@@ -97,7 +113,11 @@ json ComparisonToJson(const Configuration& a, const Configuration& b,
                       std::string_view b_name, bool codes) {
   json differences = json::array();
   for (const LeafChange& change : changes) {
-    json row = LeafHead(a.layout().leaves()[change.leaf]);
+    const Leaf& leaf = a.layout().leaves()[change.leaf];
+    json row = LeafHead(leaf);
+    row["registers"] = Registers(leaf);
+    // The run-time registers that write it, or null: the change needs the configuration loaded.
+    row["runtime"] = leaf.runtime() ? RuntimeToJson(leaf) : json(nullptr);
     row["a"] = Hex(change.from);
     row["b"] = Hex(change.to);
     if (!codes) {
@@ -111,6 +131,31 @@ json ComparisonToJson(const Configuration& a, const Configuration& b,
   out["leaf_count"] = b.layout().leaves().size();
   out["differing"] = changes.size();
   out["differences"] = std::move(differences);
+  return out;
+}
+
+json WritesToJson(const Configuration& from, const Configuration& to, const RegisterWrites& writes,
+                  const WriteOptions& options) {
+  json rows = json::array();
+  for (const RegisterWrite& write : writes.writes) {
+    json row{{"id", write.patch.id},    {"register", write.patch.reg},
+             {"name", write.reg->name}, {"value", write.patch.value},
+             {"path", write.reg->path}, {"word", WordKey(write.reg->word)}};
+    if (write.reg->inferred) row["inferred_number"] = true;
+    rows.push_back(std::move(row));
+  }
+  json load = json::array();
+  for (size_t leaf : writes.load) {
+    load.push_back({{"path", from.layout().leaves()[leaf].path},
+                    {"a", Hex(from.value(leaf))},
+                    {"b", Hex(to.value(leaf))}});
+  }
+  json out = ConfigurationHead(from);
+  out["id"] = options.id;
+  out["base"] = options.base ? json(*options.base) : json(nullptr);
+  out["reachable"] = writes.reachable();
+  out["writes"] = std::move(rows);
+  out["load"] = std::move(load);
   return out;
 }
 

@@ -16,6 +16,7 @@
 #include <nlohmann/json.hpp>
 
 #include "Configuration.h"
+#include "Writes.h"
 
 namespace archspec {
 
@@ -26,12 +27,16 @@ nlohmann::json ConfigurationHead(const Configuration& configuration);
 nlohmann::json LeafToJson(const Configuration& configuration, size_t leaf, bool codes);
 // The head and "leaves": the non-zero leaves, or with `all` every leaf, in bit order.
 nlohmann::json ConfigurationToJson(const Configuration& configuration, bool all, bool codes);
+// [{register, name, word ("whole", "low", "high"), link ("stated", "inferred"),
+// inferred_number?}]: the run-time registers that write a leaf, its low word first.
+nlohmann::json RuntimeToJson(const Leaf& leaf);
 // {"arch", "tile", "record", "bits", "leaves": [{path, name, parent, offset, width, reg_lo,
-// reg_hi?, registers, type?}], "branches": [{path, name, parent?, offset, bits, registers,
-// elements?}]}: the layout of a configuration's tile, branches before what they hold.
+// reg_hi?, registers, runtime?, type?}], "branches": [{path, name, parent?, offset, bits,
+// registers, elements?}]}: the layout of a configuration's tile, branches before what they hold.
 nlohmann::json LayoutToJson(const Configuration& configuration);
 // The head, the inputs' names, "leaf_count", "differing" and "differences": [{path, offset,
-// width, a, b, type?, a_name?, b_name?}].
+// width, registers, runtime (null where no run-time register writes the leaf), a, b, type?,
+// a_name?, b_name?}].
 nlohmann::json ComparisonToJson(const Configuration& a, const Configuration& b,
                                 const std::vector<LeafChange>& changes, std::string_view a_name,
                                 std::string_view b_name, bool codes);
@@ -41,6 +46,12 @@ nlohmann::json ComparisonToJson(const Configuration& a, const Configuration& b,
 nlohmann::json FindingsToJson(const Configuration& configuration,
                               const std::vector<Finding>& findings,
                               const std::vector<size_t>& inferred, std::string_view file);
+
+// The head, "id", "base" (or null), "reachable", "writes": [{id, register, name, value, path,
+// word, inferred_number?}] and "load": [{path, a, b}] of the register writes between two
+// configurations (Writes.h).
+nlohmann::json WritesToJson(const Configuration& from, const Configuration& to,
+                            const RegisterWrites& writes, const WriteOptions& options);
 
 // One leaf of a configuration's JSON as read: the value as a listing writes it.
 struct JsonLeaf {

@@ -223,6 +223,14 @@ std::string Registers(const Leaf& leaf) {
   return RegisterSpan(leaf.reg_lo, leaf.reg_hi.value_or(leaf.reg_lo));
 }
 
+std::string RuntimeRegisterNumbers(const Leaf& leaf) {
+  const auto number = [](const RuntimeRegisterRow* row) {
+    return row == nullptr ? std::string("-") : std::to_string(row->number);
+  };
+  if (leaf.width <= 32 || !leaf.runtime()) return number(leaf.runtime_lo);
+  return number(leaf.runtime_lo) + "+" + number(leaf.runtime_hi);
+}
+
 std::optional<BitPlace> Layout::PlaceOfBit(uint32_t bit) const {
   const std::optional<size_t> index = LeafAtBit(bit);
   if (!index.has_value()) return std::nullopt;

@@ -135,5 +135,8 @@ constexpr uint64_t MaxValue(uint32_t width) {
 std::string RegisterSpan(uint32_t lo, uint32_t hi);
 // "7" or "7-8": the registers of a leaf, low word first.
 std::string Registers(const Leaf& leaf);
+// "24", "0+64" for a wide leaf's low and high words, "0+-" or "-+64" where one word is linked, "-"
+// where none is: the run-time registers of a leaf, as `layout` shows them.
+std::string RuntimeRegisterNumbers(const Leaf& leaf);
 
 }  // namespace archspec

@@ -40,4 +40,16 @@ const char* WordName(RegisterWord word) {
   return "";
 }
 
+const char* WordKey(RegisterWord word) {
+  switch (word) {
+    case RegisterWord::kLow:
+      return "low";
+    case RegisterWord::kHigh:
+      return "high";
+    case RegisterWord::kWhole:
+      break;
+  }
+  return "whole";
+}
+
 }  // namespace archspec

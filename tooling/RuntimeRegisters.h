@@ -53,5 +53,7 @@ std::vector<const RuntimeRegisterRow*> RuntimeRegistersOf(const zu::spec::ArchVe
 std::string_view RuntimeRegisterNoteOf(const RuntimeRegisterRow& row);
 // "low word", "high word", or "" for a whole leaf.
 const char* WordName(RegisterWord word);
+// "low", "high" or "whole": the word in JSON and Python.
+const char* WordKey(RegisterWord word);
 
 }  // namespace archspec

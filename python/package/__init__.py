@@ -26,7 +26,8 @@ from . import _core
 from ._core import NotAnswered
 
 __all__ = ["Answers", "Finding", "Generation", "GenerationInfo", "Leaf", "Node", "NotAnswered",
-           "Tile", "Where", "__version__", "generation", "generations", "tiles"]
+           "RuntimeRegister", "Tile", "Where", "Write", "Writes", "__version__", "generation",
+           "generations", "tiles"]
 
 __version__ = _core.version
 
@@ -36,9 +37,29 @@ GenerationInfo.__doc__ = """A named chip generation: version ("3" for 3.0.0), pr
 --arch accepts; None where it cannot be selected), code name, records namespace (None where it has
 no tile records), whether it is selectable, and whether it has answers."""
 
-Leaf = collections.namedtuple("Leaf", "path offset width reg_lo reg_hi")
+Leaf = collections.namedtuple("Leaf", "path offset width reg_lo reg_hi runtime_lo runtime_hi",
+                              defaults=(None, None))
 Leaf.__doc__ = """One leaf of a tile: its dotted path, its first (most significant) bit, its width,
-and the register words it is patched through (reg_hi only for leaves above 32 bits)."""
+the configuration register words it is patched through (reg_hi only for leaves above 32 bits),
+and the numbers of the run-time registers that write it while its unit runs (of its low word, or
+the whole leaf, and of its high word; None where none does)."""
+
+RuntimeRegister = collections.namedtuple("RuntimeRegister", "name register word stated inferred")
+RuntimeRegister.__doc__ = """A register of a unit that can be written while it runs, as it writes a
+leaf: its name (the accessor of its enumerant), its number inside the unit, the word of the leaf it
+writes ("whole", or "low" and "high" for a leaf above 32 bits), whether the link to the leaf is
+stated by the description of the registers (else inferred from name and role), and whether its
+number is inferred in the constants tables."""
+
+Write = collections.namedtuple("Write", "name register value path word")
+Write.__doc__ = """One register write: the register's name and number (with the base added, for a
+low word), the 32-bit value written, and the leaf and word it writes."""
+
+Writes = collections.namedtuple("Writes", "writes load")
+Writes.__doc__ = """What turns one configuration into another while the unit runs: [Write] in the
+library's order (bit order, a wide leaf's low word first), and the paths of the changed leaves that
+no run-time register writes: those need the configuration loaded whole. `load` is empty when every
+change is reachable."""
 
 Finding = collections.namedtuple("Finding", "path offset width value type nearest")
 Finding.__doc__ = """A leaf whose value is no code of its enumeration type, as Tile.check() finds it:
@@ -48,6 +69,22 @@ names whose codes lie nearest the value."""
 Where = collections.namedtuple("Where", "path offset width value_bit register register_bit")
 Where.__doc__ = """A bit of a tile: the leaf that holds it (path, offset, width), which bit of the
 leaf's value it is, and which bit of which register word."""
+
+
+def _word(value, what):
+    """A 32-bit unsigned number for `what`, or TypeError / ValueError."""
+    if not isinstance(value, int) or isinstance(value, bool):
+        raise TypeError(f"{what} is an int, not {type(value).__name__}")
+    if not 0 <= value <= 0xFFFFFFFF:
+        raise ValueError(f"{what} {value} does not fit 32 bits")
+    return value
+
+
+def _runtime_numbers(entries):
+    """(low or whole, high) register numbers of a layout row's "runtime" entries."""
+    low = next((e["register"] for e in entries if e["word"] != "high"), None)
+    high = next((e["register"] for e in entries if e["word"] == "high"), None)
+    return low, high
 
 
 def generations():
@@ -101,6 +138,21 @@ def generation(name):
     if found is None:
         found = _generations[core.product] = Generation(core)
     return found
+
+
+PortEntry = collections.namedtuple("PortEntry", "path reason value text")
+PortEntry.__doc__ = """A leaf of a ported configuration that did not move exactly, or moved with a
+note: its path, the reason ("no-field", "beyond-array", "shape", "too-wide", "unanswered",
+"unnamed"; "inferred" for a note), its value in the source, and the reason in words."""
+
+PortReview = collections.namedtuple("PortReview", "path name")
+PortReview.__doc__ = """A typed leaf new on the target, at 0, whose 0 names a code (`name`) in a
+record the ported program uses: the program runs that operation there."""
+
+PortReport = collections.namedtuple("PortReport", "lost notes review")
+PortReport.__doc__ = """What a port says: [PortEntry] of the leaves that did not move exactly (empty
+when everything did), [PortEntry] of those that moved by a code either generation infers, and
+[PortReview] of the target's new leaves to look at."""
 
 
 class Generation:
@@ -422,7 +474,8 @@ class Tile:
 
     def layout(self):
         """Every leaf in bit order, as Leaf(path, offset, width, reg_lo, reg_hi)."""
-        return [Leaf(row["path"], row["offset"], row["width"], row["reg_lo"], row.get("reg_hi"))
+        return [Leaf(row["path"], row["offset"], row["width"], row["reg_lo"], row.get("reg_hi"),
+                     *_runtime_numbers(row.get("runtime", ())))
                 for row in self._core.layout_json()["leaves"]]
 
     def where(self, bit):
@@ -444,10 +497,56 @@ class Tile:
 
     def diff(self, other):
         """[(path, mine, theirs)] of the leaves whose values differ from `other`'s, in the record's
-        order; `other` must be the same tile of the same generation."""
+        order; `other` must be the same tile of the same generation. What the change costs a
+        running unit: writes_to()."""
         if not isinstance(other, Tile):
             raise TypeError(f"a Tile is needed, not {type(other).__name__}")
         return self._core.diff(other._core)
+
+    def writes_to(self, other, id=0, base=None):
+        """The register writes that turn this configuration into `other`'s (the same tile of the
+        same generation) while the unit runs, as Writes; `id` goes into every write, as the
+        library's patches carry it, and `base` is added to the register of every low word."""
+        if not isinstance(other, Tile):
+            raise TypeError(f"a Tile is needed, not {type(other).__name__}")
+        writes, load = self._core.writes_to(other._core, _word(id, "id"),
+                                            None if base is None else _word(base, "base"))
+        return Writes([Write(*w) for w in writes], load)
+
+    def apply(self, writes, base=None, force=False):
+        """Applies register writes in place: Writes, a list of Write or of (register, value)
+        pairs, or what `archspec writes` gives (its text or JSON as str, its binary form as
+        bytes). With `base`, the registers of low words carry it, as writes_to(base=) gives them.
+        ValueError, with nothing changed, for a register the tile does not have on its generation
+        (or whose field is not known), a value wider than the bits its register writes, or two
+        writes to one register that disagree."""
+        if isinstance(writes, Writes):
+            writes = writes.writes
+        if not isinstance(writes, (str, bytes)):
+            writes = [(w.register, w.value) if isinstance(w, Write) else tuple(w)
+                      for w in writes]
+        self._core.apply(writes, None if base is None else _word(base, "base"), bool(force))
+
+    def runtime_register(self, path):
+        """[RuntimeRegister] that write the leaf at `path` while its unit runs, its low word
+        first; empty where none does (a change of it needs the configuration loaded).
+        KeyError for a path that names no leaf."""
+        return [RuntimeRegister(*row) for row in self._core.runtime_register(path)]
+
+    def port(self, to):
+        """This configuration moved to the generation `to` (a Generation or a product name) by
+        meaning, as `archspec port` moves it: (Tile, PortReport). A code moves by its name, a typed
+        0 of a record in use by its name, other values by number, paths by field name and index;
+        what did not move exactly is in the report, and the Tile holds what did. Raises only for
+        bad input (an unknown generation). diff() compares the two by path and meaning."""
+        if isinstance(to, str):
+            to = generation(to)
+        if not isinstance(to, Generation):
+            raise TypeError(f"a Generation or a product name is needed, not {type(to).__name__}")
+        core, lost, notes, review = self._core.port(to._core)
+        return Tile(to, core), PortReport([PortEntry(*row) for row in lost],
+                                          [PortEntry(*row) for row in notes],
+                                          [PortReview(*row) for row in review])
 
     def _paths(self):
         paths = self._generation._paths.get(self.tile)

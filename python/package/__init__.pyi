@@ -11,8 +11,8 @@ types every step, and a member's name is checked against its record. Reached by 
 through a generation named at run time, a member is an int (a leaf) or a Node (a record or array):
 an isinstance() tells which."""
 
-from typing import (Final, Generic, Iterator, Literal, NamedTuple, Optional, Self, Sequence,
-                    TypedDict, TypeVar, Union, overload)
+from typing import (Final, Generic, Iterable, Iterator, Literal, NamedTuple, Optional, Self,
+                    Sequence, TypedDict, TypeVar, Union, overload)
 
 class NotAnswered(LookupError):
     """An accessor that the generation does not answer."""
@@ -31,6 +31,26 @@ class Leaf(NamedTuple):
     width: int
     reg_lo: int
     reg_hi: Optional[int]
+    runtime_lo: Optional[int] = None
+    runtime_hi: Optional[int] = None
+
+class RuntimeRegister(NamedTuple):
+    name: str
+    register: int
+    word: str
+    stated: bool
+    inferred: bool
+
+class Write(NamedTuple):
+    name: str
+    register: int
+    value: int
+    path: str
+    word: str
+
+class Writes(NamedTuple):
+    writes: list[Write]
+    load: list[str]
 
 class Finding(NamedTuple):
     path: str
@@ -47,6 +67,22 @@ class Where(NamedTuple):
     value_bit: int
     register: int
     register_bit: int
+
+class PortEntry(NamedTuple):
+    path: str
+    reason: Literal["no-field", "beyond-array", "shape", "too-wide", "unanswered", "unnamed",
+                    "inferred"]
+    value: int
+    text: str
+
+class PortReview(NamedTuple):
+    path: str
+    name: str
+
+class PortReport(NamedTuple):
+    lost: list[PortEntry]
+    notes: list[PortEntry]
+    review: list[PortReview]
 
 # Any answer: what an accessor's name does not tell statically.
 _Value = Union[int, float, bool, str, None, list[_Value], dict[str, _Value]]
@@ -204,6 +240,11 @@ class Tile:
     def where(self, bit: int) -> Where: ...
     def nonzero(self, names: bool = False) -> dict[str, _Setting]: ...
     def to_dict(self, names: bool = False) -> dict[str, _Setting]: ...
-    def diff(self, other: Tile) -> list[tuple[str, int, int]]: ...
+    def diff(self, other: Tile) -> list[tuple[str, Optional[int], Optional[int]]]: ...
+    def port(self, to: Union[Generation, str]) -> tuple[Tile, PortReport]: ...
+    def writes_to(self, other: Tile, id: int = ..., base: Optional[int] = ...) -> Writes: ...
+    def apply(self, writes: Union[Writes, Iterable[Union[Write, tuple[int, int]]], str, bytes],
+              base: Optional[int] = ..., force: bool = ...) -> None: ...
+    def runtime_register(self, path: str) -> list[RuntimeRegister]: ...
     def __copy__(self) -> Self: ...
     def __deepcopy__(self, memo: dict[int, object]) -> Self: ...

@@ -44,8 +44,10 @@
 #include "PathForm.h"
 #include "Port.h"
 #include "PortJson.h"
+#include "RuntimeRegisters.h"
 #include "Sparse.h"
 #include "Tile.h"
+#include "Writes.h"
 #include "compiler/arch_spec/ArchSpec.h"
 #include "compiler/arch_spec/ArchVersion.h"
 
@@ -115,8 +117,11 @@ struct Options {
   bool nonzero = false;
   bool bit_order = false;
   bool strict = false;
-  std::string to;        // port: the target generation
-  bool partial = false;  // port: write what did move even when something did not
+  std::string to;                // port: the target generation
+  bool partial = false;          // port: write what did move even when something did not
+  uint32_t id = 0;               // writes: the id of every write
+  std::optional<uint32_t> base;  // writes, apply: added to a low word's register
+  bool binary = false;           // apply: WRITES is the binary form
 };
 
 // The generation named by --arch, chosen for the whole process. The refusal is the library's own,
@@ -405,20 +410,27 @@ void RunLayout(const Options& options, std::string& out) {
     return;
   }
   if (options.csv) {
-    out += "path,offset,width,reg_lo,reg_hi\n";
+    out +=
+        "path,offset,width,reg_lo,reg_hi,runtime_lo,runtime_hi,runtime_lo_name,runtime_hi_name\n";
+    const auto number = [](const RuntimeRegisterRow* row) {
+      return row == nullptr ? std::string() : std::to_string(row->number);
+    };
     for (const Leaf& leaf : layout.leaves()) {
       out += leaf.path + "," + std::to_string(leaf.offset) + "," + std::to_string(leaf.width) +
              "," + std::to_string(leaf.reg_lo) + "," +
-             (leaf.reg_hi.has_value() ? std::to_string(*leaf.reg_hi) : "") + "\n";
+             (leaf.reg_hi.has_value() ? std::to_string(*leaf.reg_hi) : "") + "," +
+             number(leaf.runtime_lo) + "," + number(leaf.runtime_hi) + "," +
+             (leaf.runtime_lo != nullptr ? leaf.runtime_lo->name : "") + "," +
+             (leaf.runtime_hi != nullptr ? leaf.runtime_hi->name : "") + "\n";
     }
     return;
   }
   Printf(out, "# %s: %u bits, %zu leaves\n", tile.Describe().c_str(), layout.bits(),
          layout.leaves().size());
-  Printf(out, "%6s %5s %9s  %s\n", "offset", "width", "registers", "path");
+  Printf(out, "%6s %5s %9s %9s  %s\n", "offset", "width", "registers", "run-time", "path");
   for (const Leaf& leaf : layout.leaves()) {
-    Printf(out, "%6u %5u %9s  %s\n", leaf.offset, leaf.width, Registers(leaf).c_str(),
-           leaf.path.c_str());
+    Printf(out, "%6u %5u %9s %9s  %s\n", leaf.offset, leaf.width, Registers(leaf).c_str(),
+           RuntimeRegisterNumbers(leaf).c_str(), leaf.path.c_str());
   }
 }
 
@@ -450,6 +462,14 @@ void RunWhere(const Options& options, std::string& out) {
   Printf(out, "  value bit %u (weight %s)\n", place->value_bit,
          Hex(uint64_t{1} << place->value_bit).c_str());
   Printf(out, "  register  %u, bit %u\n", place->reg, place->register_bit);
+  // The run-time register of the word that holds the bit.
+  const bool high_word = leaf.width > 32 && place->value_bit >= 32;
+  if (const RuntimeRegisterRow* reg = high_word ? leaf.runtime_hi : leaf.runtime_lo) {
+    Printf(out, "  run-time  %u %s%s\n", reg->number, reg->name,
+           reg->inferred ? " (its number is inferred, not stated)" : "");
+  } else {
+    Printf(out, "  run-time  none: a change of it needs the configuration loaded\n");
+  }
   if (const Enumeration* type = tile.naming().TypeOf(place->leaf)) {
     Printf(out, "  type      %.*s\n", static_cast<int>(type->name().size()), type->name().data());
   }
@@ -597,8 +617,11 @@ void RunDiff(const Options& options, std::string& out) {
            "\n";
   } else {
     for (const LeafChange& change : changes) {
-      out += leaves[change.leaf].path + ": " + ShownValue(names, change.leaf, change.from) +
-             " -> " + ShownValue(names, change.leaf, change.to) + "\n";
+      const Leaf& leaf = leaves[change.leaf];
+      const std::string runtime = RuntimeRegisterNumbers(leaf);
+      out += leaf.path + ": " + ShownValue(names, change.leaf, change.from) + " -> " +
+             ShownValue(names, change.leaf, change.to) + "  # register " + Registers(leaf) +
+             (leaf.runtime() ? ", run-time " + runtime : ", no run-time register") + "\n";
     }
     out += "# " + std::to_string(changes.size()) + " of " + std::to_string(leaves.size()) +
            " leaves differ between " + InputName(options.file) + " and " +
@@ -610,6 +633,64 @@ void RunDiff(const Options& options, std::string& out) {
 // A configuration moved to the generation of --to by meaning: the configuration on standard output
 // (or -o), the report on standard error; exit status 3, and no configuration unless --partial,
 // when a leaf did not move exactly.
+// The configuration in the form asked for by --format: a listing, JSON, bits or bytes.
+std::string FormattedConfiguration(const Configuration& configuration, const std::string& format,
+                                   bool codes) {
+  if (format == "json") return configuration.ToJson(false, codes);
+  if (format == "bits" || format == "bytes")
+    return ConfigurationFile(configuration, format == "bytes");
+  return configuration.ToListing(false, codes);
+}
+
+// The register writes that turn A into B while the unit runs, and the changed leaves that no
+// run-time register reaches: exit status 3 when there are such leaves.
+void RunWrites(const Options& options, std::string& out) {
+  OneStandardInput(options.file, options.file_b, "OLD and NEW");
+  const std::optional<Form> form = FormOf(options);
+  const Configuration a = Load(options, options.file, form);
+  const Configuration b = Load(options, options.file_b, form, &a);
+  if (const std::optional<std::string> why = a.CanCompare(b)) Fail(kBadUsage, *why);
+  WriteOptions write_options;
+  write_options.id = options.id;
+  write_options.base = options.base;
+  const RegisterWrites writes = WritesBetween(a, b, write_options);
+  std::string data;
+  if (options.format == "json") {
+    data = WritesToJson(a, b, writes, write_options).dump(2) + "\n";
+  } else if (options.format == "binary") {
+    data = WritesBinary(writes);
+    // The binary form holds writes only: the leaves that need a load are told on standard error.
+    if (!writes.reachable()) {
+      std::cerr << "archspec: " << writes.load.size()
+                << " changed leaves need the configuration loaded (no run-time register writes "
+                   "them):\n";
+      for (size_t leaf : writes.load) std::cerr << "  " << a.layout().leaves()[leaf].path << "\n";
+    }
+  } else {
+    data = WritesText(a, writes, write_options);
+  }
+  Emit(options.output, data, out);
+  if (!writes.reachable()) throw Exit{kDifferent};
+}
+
+// CONFIG after a list of register writes, in the form of CONFIG unless --format says another.
+void RunApply(const Options& options, std::string& out) {
+  OneStandardInput(options.file, options.file_b, "CONFIG and WRITES");
+  const std::optional<Form> form = FormOf(options);
+  Configuration configuration = Load(options, options.file, form);
+  const WritesInput writes =
+      ReadWrites(ReadFile(options.file_b), configuration, options.binary, options.force);
+  if (!writes.errors.empty()) ReportAndExit(InputName(options.file_b), writes.errors);
+  const std::vector<Diagnostic> errors = ApplyWrites(configuration, writes.writes, options.base);
+  if (!errors.empty()) ReportAndExit(InputName(options.file_b), errors);
+  std::string format = options.format;
+  if (format.empty()) {
+    const Form was = InspectInput(ReadFile(options.file), form, configuration.layout().bits()).form;
+    format = was == Form::kListing ? "sparse" : FormName(was);
+  }
+  Emit(options.output, FormattedConfiguration(configuration, format, options.codes), out);
+}
+
 void RunPort(const Options& options, std::string& out) {
   const std::optional<ArchVersion> target = FindGeneration(options.to);
   if (!target.has_value()) Fail(kBadUsage, "--to: " + UnknownGeneration(options.to));
@@ -624,15 +705,7 @@ void RunPort(const Options& options, std::string& out) {
     std::cerr << PortReportText(source, ported, report);
   }
   if (report.exact() || options.partial) {
-    std::string data;
-    if (options.format == "json") {
-      data = ported.ToJson(false, options.codes);
-    } else if (options.format == "bits" || options.format == "bytes") {
-      data = ConfigurationFile(ported, options.format == "bytes");
-    } else {
-      data = ported.ToListing(false, options.codes);
-    }
-    Emit(options.output, data, out);
+    Emit(options.output, FormattedConfiguration(ported, options.format, options.codes), out);
   }
   if (!report.exact()) throw Exit{kDifferent};
 }
@@ -923,6 +996,60 @@ int Main(int argc, char** argv, std::string& out) {
       "  archspec port --to mk44 prog.sparse -o prog44.sparse\n"
       "  archspec port --to mk44 --arch mk43 pcu prog.bits --partial --format bits -o prog44.bits");
 
+  CLI::App* writes = AddArch(
+      app.add_subcommand("writes", "The register writes that turn one configuration into another"),
+      options);
+  AddTileOrHeader(writes, options);
+  writes->add_option("OLD", options.file, "The configuration the unit runs");
+  writes->add_option("NEW", options.file_b, "The configuration it is to run");
+  CLI::Option* writes_bytes = writes->add_flag("--bytes", options.bytes, "Both files hold bytes");
+  writes->add_flag("--sparse", options.sparse, "Both files are sparse listings")
+      ->excludes(writes_bytes);
+  writes
+      ->add_option("--format", options.format,
+                   "text (default: a write a line), json, or binary (12-byte records)")
+      ->check(CLI::IsMember({"text", "json", "binary"}));
+  writes->add_option("--id", options.id, "The id of every write (default 0)");
+  writes->add_option("--base", options.base, "Added to the register of every low word");
+  CLI::Option* writes_output =
+      writes->add_option("-o,--output", options.output, "Output file (default: standard output)");
+  AddForce(writes, options);
+  writes->footer(
+      "Each changed word of a leaf that a run-time register writes is one write: the register,\n"
+      "its new 32-bit value (a wide leaf's low word, then its high word), and the leaf. --base\n"
+      "is added to a low word's register only, as the library's patches do. The binary form is\n"
+      "12 bytes a write: id, register, value, each 32 bits little-endian. The changed leaves that\n"
+      "no run-time register writes need the configuration loaded whole: they are listed (in the\n"
+      "text and JSON, or on standard error beside the binary form), and the exit status is 3.\n"
+      "Examples:\n"
+      "  archspec writes --arch mk44 pcu old.sparse new.sparse\n"
+      "  archspec writes old.sparse new.sparse --format binary --base 0x400 -o update.bin");
+
+  CLI::App* apply = AddArch(
+      app.add_subcommand("apply", "A configuration after a list of register writes"), options);
+  AddTileOrHeader(apply, options);
+  apply->add_option("CONFIG", options.file, "The configuration the writes change");
+  apply->add_option("WRITES", options.file_b, "The writes, in any form 'writes' gives");
+  CLI::Option* apply_bytes = apply->add_flag("--bytes", options.bytes, "CONFIG holds bytes");
+  apply->add_flag("--sparse", options.sparse, "CONFIG is a sparse listing")->excludes(apply_bytes);
+  apply->add_flag("--binary", options.binary, "WRITES is the binary form");
+  apply->add_option("--base", options.base, "The base the writes were made with");
+  apply
+      ->add_option("--format", options.format,
+                   "sparse, json, bits or bytes (default: the form of CONFIG)")
+      ->check(CLI::IsMember({"sparse", "json", "bits", "bytes"}));
+  CLI::Option* apply_output =
+      apply->add_option("-o,--output", options.output, "Output file (default: standard output)");
+  AddForce(apply, options);
+  AddCodes(apply, options);
+  apply->footer(
+      "A write to a register that the tile does not have on the generation, or whose field is not\n"
+      "known, a value wider than the bits its register writes, and two writes to one register\n"
+      "that disagree are refused with their place; nothing is written then.\n"
+      "Examples:\n"
+      "  archspec apply --arch mk44 pcu old.sparse update.writes -o new.sparse\n"
+      "  archspec apply old.sparse update.bin --binary --base 0x400");
+
   // The bash completion, made from the options above when the tool is built and installed with
   // it; not an option a user needs, so not in the help.
   if (argc == 2 && std::string_view(argv[1]) == "--bash-completion") {
@@ -962,7 +1089,10 @@ int Main(int argc, char** argv, std::string& out) {
   }
 
   try {
-    if (encode_output->count() + patch_output->count() > 0 && options.output.empty()) {
+    if (encode_output->count() + patch_output->count() + writes_output->count() +
+                apply_output->count() >
+            0 &&
+        options.output.empty()) {
       Fail(kBadUsage, "-o needs a file name, or - for standard output");
     }
     if (archs->parsed()) RunArchs(options, out);
@@ -978,7 +1108,9 @@ int Main(int argc, char** argv, std::string& out) {
       PlaceOperands(options, {"FILE"});
     }
     if (patch->parsed()) PlaceOperands(options, {"CONFIG", "DELTA"});
+    if (apply->parsed()) PlaceOperands(options, {"CONFIG", "WRITES"});
     if (diff->parsed()) PlaceOperands(options, {"A", "B"});
+    if (writes->parsed()) PlaceOperands(options, {"OLD", "NEW"});
     if (decode->parsed()) {
       if (options.format.empty()) options.format = "tree";
       RunDecode(options, out);
@@ -988,6 +1120,8 @@ int Main(int argc, char** argv, std::string& out) {
     if (diff->parsed()) RunDiff(options, out);
     if (check->parsed()) RunCheck(options, out);
     if (port->parsed()) RunPort(options, out);
+    if (writes->parsed()) RunWrites(options, out);
+    if (apply->parsed()) RunApply(options, out);
   } catch (const Exit& exit) {
     return exit.status;
   }
