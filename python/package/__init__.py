@@ -26,8 +26,8 @@ from . import _core
 from ._core import NotAnswered
 
 __all__ = ["Answers", "Finding", "Generation", "GenerationInfo", "Leaf", "Node", "NotAnswered",
-           "RuntimeRegister", "Tile", "Where", "Write", "Writes", "__version__", "generation",
-           "generations", "tiles"]
+           "PortEntry", "PortReport", "PortReview", "RuntimeRegister", "Tile", "Where", "Write",
+           "Writes", "__version__", "generation", "generations", "tiles"]
 
 __version__ = _core.version
 
@@ -497,8 +497,9 @@ class Tile:
 
     def diff(self, other):
         """[(path, mine, theirs)] of the leaves whose values differ from `other`'s, in the record's
-        order; `other` must be the same tile of the same generation. What the change costs a
-        running unit: writes_to()."""
+        order; `other` must be the same tile. Of another generation, the paths compare by meaning
+        (a code by its name, as port() moves it), and the side that lacks a path gives None. What
+        the change costs a running unit: writes_to()."""
         if not isinstance(other, Tile):
             raise TypeError(f"a Tile is needed, not {type(other).__name__}")
         return self._core.diff(other._core)
