@@ -211,6 +211,7 @@ void ReadText(std::string_view data, const Configuration& target, bool force, Wr
     } else if (const RuntimeRegisterRow* row = names.Find(left)) {
       write.patch.reg = row->number;
       write.name = row->name;
+      write.by_name = true;
     } else {
       std::string message = "found " + EchoText(left) + ", expected a register number or the " +
                             "name of a run-time register of the " + target.tile().name + " on " +
@@ -334,7 +335,7 @@ std::vector<Diagnostic> ApplyWrites(Configuration& configuration,
     };
     // A low word's number carries the base; a high word's does not.
     std::optional<std::pair<size_t, const RuntimeRegisterRow*>> low, high;
-    if (!base) {
+    if (!base || write.by_name) {
       low = layout.FindRuntimeRegister(write.patch.reg);
     } else {
       if (write.patch.reg >= *base) low = layout.FindRuntimeRegister(write.patch.reg - *base);
@@ -353,7 +354,11 @@ std::vector<Diagnostic> ApplyWrites(Configuration& configuration,
       const uint32_t number = write.patch.reg - (base && write.patch.reg >= *base ? *base : 0);
       const auto row = std::find_if(answered.begin(), answered.end(),
                                     [number](const auto* r) { return r->number == number; });
-      if (row != answered.end()) {
+      if (row != answered.end() && (*row)->linked()) {
+        fail(RegisterLabel(**row) + " writes " + WordLabel(**row) +
+             ", whose register takes the base " + std::to_string(*base) + ": expected register " +
+             std::to_string(number + *base));
+      } else if (row != answered.end()) {
         fail(RegisterLabel(**row) + " writes no field that the tooling knows: " +
              std::string(RuntimeRegisterNoteOf(**row)));
       } else {

@@ -65,9 +65,10 @@ enum class WritesForm { kText, kJson, kBinary };
 // "writes" ("writes[2]"), or a record of the binary form ("write 3 (bytes 24 to 35)").
 struct ReadWrite {
   zu::spec::PatchMetadata patch;
-  size_t line = 0;    // the text's line; 0 in the other forms
-  std::string place;  // the place in the other forms; empty in the text
-  std::string name;   // the register's name where the text or JSON gives one
+  size_t line = 0;       // the text's line; 0 in the other forms
+  std::string place;     // the place in the other forms; empty in the text
+  std::string name;      // the register's name where the text or JSON gives one
+  bool by_name = false;  // `patch.reg` is the named register's own number, which takes no base
 };
 
 struct WritesInput {
