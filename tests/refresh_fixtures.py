@@ -9,6 +9,7 @@ of the tables is one build of the target refresh_fixtures and a review of the di
   tests/facts.json              the sizes and leaf positions that the tool's and the Python
                                 package's tests expect, from the tool's `layout --json`
   docs/field-types.md           its coverage section (compiler/arch_spec/gen/field_types.py)
+  docs/runtime-registers.md     its coverage section (compiler/arch_spec/gen/runtime_registers.py)
   README.md, docs/*.md          what the console sessions print (tests/docs/check_docs.py
                                 --refresh), and the `prints` sentence after each C++ and Python
                                 example
@@ -90,15 +91,19 @@ class Refresh:
         self.write(FACTS, json.dumps(new, indent=2) + "\n")
 
     def field_type_coverage(self):
-        doc = self.source / "docs" / "field-types.md"
+        self.coverage("field-types.md", "field_types.py")
+        self.coverage("runtime-registers.md", "runtime_registers.py")
+
+    def coverage(self, name, script):
+        doc = self.source / "docs" / name
         before = doc.read_text()
         gen = self.source / "compiler" / "arch_spec" / "gen"
-        ran = subprocess.run([sys.executable, str(gen / "field_types.py"), str(gen / "tables"),
+        ran = subprocess.run([sys.executable, str(gen / script), str(gen / "tables"),
                               "--write", str(doc)], capture_output=True, text=True)
         if ran.returncode != 0:
             raise Unrefreshable(ran.stderr)
         if doc.read_text() != before:
-            print("docs/field-types.md: refreshed")
+            print(f"docs/{name}: refreshed")
 
     def sessions(self):
         ran = subprocess.run([sys.executable, str(self.source / "tests" / "docs" / "check_docs.py"),
