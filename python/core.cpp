@@ -428,8 +428,10 @@ class Tile {
     return py::make_tuple(out, load);
   }
 
-  // Applies writes given as (register, value) pairs, or read from `data` (text, JSON or the
-  // binary form); a refusal raises ValueError with every complaint, and changes nothing.
+  // Applies writes given as (register, value) pairs or (register, value, name) triples (whose
+  // name tells a low word with a base from a high word of the same number), or read from `data`
+  // (text, JSON or the binary form); a refusal raises ValueError with every complaint, and
+  // changes nothing.
   void Apply(const py::object& writes, std::optional<uint32_t> base, bool force) {
     std::vector<ReadWrite> list;
     std::string what = "writes";
@@ -441,10 +443,11 @@ class Tile {
     } else {
       size_t index = 0;
       for (const py::handle item : writes) {
-        const auto pair = item.cast<std::pair<uint32_t, uint32_t>>();
+        const auto entry = item.cast<py::tuple>();
         ReadWrite write;
-        write.patch.reg = pair.first;
-        write.patch.value = pair.second;
+        write.patch.reg = entry[0].cast<uint32_t>();
+        write.patch.value = entry[1].cast<uint32_t>();
+        if (entry.size() > 2) write.name = entry[2].cast<std::string>();
         write.place = "writes[" + std::to_string(index++) + "]";
         list.push_back(std::move(write));
       }

@@ -343,6 +343,11 @@ std::vector<Diagnostic> ApplyWrites(Configuration& configuration,
       high = layout.FindRuntimeRegister(write.patch.reg);
       if (high && high->second->word != RegisterWord::kHigh) high.reset();
     }
+    // A name given beside the number tells the two readings apart.
+    if (low && high && !write.name.empty()) {
+      if (write.name == high->second->name) low.reset();
+      if (write.name == low->second->name) high.reset();
+    }
     if (low && high) {
       fail("register " + std::to_string(write.patch.reg) + " is both " +
            RegisterLabel(*low->second) + " with base " + std::to_string(*base) + " and " +

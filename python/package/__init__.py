@@ -517,14 +517,16 @@ class Tile:
     def apply(self, writes, base=None, force=False):
         """Applies register writes in place: Writes, a list of Write or of (register, value)
         pairs, or what `archspec writes` gives (its text or JSON as str, its binary form as
-        bytes). With `base`, the registers of low words carry it, as writes_to(base=) gives them.
+        bytes). With `base`, the registers of low words carry it, as writes_to(base=) gives them;
+        where a low word's number with the base is also a high word's, only a write that names
+        its register (Write, the text, the JSON) is read, and a bare number is refused.
         ValueError, with nothing changed, for a register the tile does not have on its generation
         (or whose field is not known), a value wider than the bits its register writes, or two
         writes to one register that disagree."""
         if isinstance(writes, Writes):
             writes = writes.writes
         if not isinstance(writes, (str, bytes)):
-            writes = [(w.register, w.value) if isinstance(w, Write) else tuple(w)
+            writes = [(w.register, w.value, w.name) if isinstance(w, Write) else tuple(w)
                       for w in writes]
         self._core.apply(writes, None if base is None else _word(base, "base"), bool(force))
 

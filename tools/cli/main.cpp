@@ -1045,7 +1045,9 @@ int Main(int argc, char** argv, std::string& out) {
   apply->footer(
       "A write to a register that the tile does not have on the generation, or whose field is not\n"
       "known, a value wider than the bits its register writes, and two writes to one register\n"
-      "that disagree are refused with their place; nothing is written then.\n"
+      "that disagree are refused with their place; nothing is written then. With --base, a\n"
+      "number that is a low word's with the base and also a high word's is read only where the\n"
+      "write names its register (the text and the JSON do; the binary form cannot).\n"
       "Examples:\n"
       "  archspec apply --arch mk44 pcu old.sparse update.writes -o new.sparse\n"
       "  archspec apply old.sparse update.bin --binary --base 0x400");
