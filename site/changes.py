@@ -1,8 +1,10 @@
 """The page of what changed from each selectable generation to the next: the tiles' sizes, records
-and fields added, removed or resized (by the record tables, sized by their own rule), and constants
-added, removed or changed (by the tool's answers).
+and fields added, removed or resized (by the record tables, sized by their own rule), what a port
+to the next generation does with each field that it removed, resized or retyped (by the tool's
+port and layouts), and constants added, removed or changed (by the tool's answers).
 """
 
+import re
 from html import escape
 
 import record_tables
@@ -94,6 +96,78 @@ def _records_section(a, b, facts):
     return "".join(out)
 
 
+# What a port does with a leaf that it reports, by the report's reason: what a configuration of the
+# earlier generation at its largest values loses on the way.
+PORT_LOSSES = {
+    "no-field": "removed: its values do not move",
+    "shape": "another array: its values do not move",
+    "beyond-array": "a shorter array: the indices beyond it do not move",
+    "too-wide": "narrower: a value moves where it fits",
+}
+
+
+def _template(path):
+    """"simd_structIn[][].stage_opcode": what the elements of one field have in common."""
+    return re.sub(r"\[\d+\]", "[]", path)
+
+
+def port_rows(report, old, new):
+    """(field, what, the port's words for its first leaf, leaves) of each field whose leaves a
+    port from tile layout `old` to `new` does not carry as they are: those the port's report of a
+    configuration at its largest values gives (PORT_LOSSES), then those whose enumeration type the
+    two generations name otherwise (their codes move by name)."""
+    rows = {}
+    for entry in report["lost"]:
+        what = PORT_LOSSES.get(entry["reason"])
+        if what is None:  # a code of no name: the configuration's, not the field's
+            continue
+        field = _template(entry["path"])
+        if field in rows:
+            rows[field][3] += 1
+        else:
+            rows[field] = [field, what, entry["text"], 1]
+    types = {leaf["path"]: leaf.get("type") for leaf in new.leaves}
+    for leaf in old.leaves:
+        if leaf["path"] not in types or types[leaf["path"]] == leaf.get("type"):
+            continue
+        field = _template(leaf["path"])
+        was, now = leaf.get("type"), types[leaf["path"]]
+        if field in rows:
+            if rows[field][2] == f"{was} → {now}" or rows[field][2].startswith(f"{was or 'no type'} →"):
+                rows[field][3] += 1
+            continue
+        if was and now:
+            rows[field] = [field, "retyped: a code moves by its name, where the new type has it",
+                           f"{was} → {now}", 1]
+        else:
+            rows[field] = [field, "typed on one side: its values move by number",
+                           f"{was or 'no type'} → {now or 'no type'}", 1]
+    return [tuple(row) for row in rows.values()]
+
+
+def _port_section(a, b, facts):
+    out = []
+    for old in (t for t in facts.tiles if t.ns == a.records):
+        report = facts.ports.get((a.product, b.product, old.tile))
+        if report is None:
+            continue
+        new = next(t for t in facts.tiles if t.ns == b.records and t.tile == old.tile)
+        rows = "".join(f"<tr><th><code>{escape(field)}</code></th><td>{escape(what)}</td>"
+                       f"<td>{escape(words)}</td><td>{count:,}</td></tr>"
+                       for field, what, words, count in port_rows(report, old, new))
+        table = (f'<table class="plain"><thead><tr><th>field</th><th>a port</th>'
+                 f'<th>as the port says it</th><th>leaves</th></tr></thead><tbody>{rows}'
+                 f'</tbody></table>') if rows else "<p>Every field moves as it is.</p>"
+        out.append(f'<details class="port" data-tile="{escape(old.tile)}"><summary>'
+                   f'{escape(old.tile.upper())}</summary>{table}</details>')
+    if not out:
+        return ""
+    return (f'<h3>What a port does</h3><p>What <code>archspec port --to {escape(b.product)}</code> '
+            f'does with each field of {escape(a.product)} that {escape(b.product)} removed, '
+            'resized or retyped, field by field (indices left empty): every other leaf moves as '
+            'it is, a code by its name.</p>' + "".join(out))
+
+
 def _inferred_change(c, a, b):
     """Whether a change of an enumerant's code from generation a to b involves an inferred code."""
     return bool(c.inferred.get(a.product) or c.inferred.get(b.product))
@@ -141,6 +215,7 @@ def changes_page(facts, pages):
     sections = "".join(
         f'<section id="{escape(a.product)}-{escape(b.product)}"><h2>{escape(a.label)} → '
         f'{escape(b.label)}</h2><h3>Tiles and records</h3>{_records_section(a, b, facts)}'
+        f'{_port_section(a, b, facts)}'
         f'<h3>Constants, features and constraints</h3>{_constants_section(a, b, facts, pages)}'
         f'</section>' for a, b in pairs)
     return frame("What changed", "changes.html",

@@ -100,6 +100,10 @@ class Facts:
     constants: list  # parameters, enumerants and containers, in interface order
     flags: list  # features, then constraints, in interface order
     enum_types: list  # EnumType, in table order
+    # (from product, to product, tile) -> the tool's port report (`port --json`) of a configuration
+    # whose every leaf holds its largest value, for each pair of adjacent generations whose records
+    # differ: what a port does with each field that the next generation removed or resized
+    ports: dict = dataclasses.field(default_factory=dict)
 
     def namespaces(self):
         return list(dict.fromkeys(t.ns for t in self.tiles))
@@ -116,6 +120,17 @@ def run_tool(archspec, *args):
         raise ToolError(f"{' '.join(command)} failed with status {done.returncode}: "
                         f"{done.stderr.strip()}")
     return json.loads(done.stdout)
+
+
+def port_report(archspec, source, target, tile, bits):
+    """The report of `archspec port` of `tile`'s configuration of generation `source` whose every
+    bit is 1, to `target`: exit status 3 (something did not move) is what it is asked for."""
+    command = [archspec, "port", "--to", target, "--arch", source, tile, "-", "--json"]
+    done = subprocess.run(command, input="1" * bits, capture_output=True, text=True, check=False)
+    if done.returncode not in (0, 3):
+        raise ToolError(f"{' '.join(command)} failed with status {done.returncode}: "
+                        f"{done.stderr.strip()}")
+    return json.loads(done.stderr)
 
 
 def _load_tables(tables, gen_dir):
@@ -208,5 +223,11 @@ def gather(archspec, tables, gen_dir):
         members = [constants[e.accessor] for e in enum_items if e.type == t.name]
         types.append(EnumType(t.name, t.kind, t.count, f"{table}:{t.line}", page + ".html",
                               family, members, takers.get(t.name, [])))
+    ports = {}
+    for a, b in zip(columns, columns[1:]):
+        if a.records and b.records and a.records != b.records:
+            for layout in (t for t in layouts if t.ns == a.records):
+                ports[(a.product, b.product, layout.tile)] = port_report(
+                    archspec, a.product, b.product, layout.tile, layout.bits)
     return Facts(generations, columns, layouts, records, list(constants.values()),
-                 list(flags.values()), types)
+                 list(flags.values()), types, ports)

@@ -83,8 +83,9 @@ std::string ShapeText(const FieldShape& shape) {
     out += std::to_string(shape.extents[k]);
     count *= shape.extents[k];
   }
-  if (shape.extents.empty()) return "a leaf of " + std::to_string(shape.width) + " bits";
-  return out + (count == 1 ? " leaf" : " leaves") + " of " + std::to_string(shape.width) + " bits";
+  const std::string bits = std::to_string(shape.width) + (shape.width == 1 ? " bit" : " bits");
+  if (shape.extents.empty()) return "a leaf of " + bits;
+  return out + (count == 1 ? " leaf" : " leaves") + " of " + bits;
 }
 
 // "stage_opcode_" of "stage_opcode_t".

@@ -332,6 +332,31 @@ class ChangesTest(unittest.TestCase):
                 seen[(section.attrs["id"], name)] = label.text()
         self.assertEqual(seen.get(("mk43-mk44", moved)), "inferred")
 
+    def test_what_a_port_does_is_what_the_tool_reports(self):
+        """Each field that a port of a configuration at its largest values does not carry stands
+        on the page with the tool's words; a retyped field, with its two types."""
+        sections = {s.attrs["id"]: s for s in page("changes.html").root.iter("section")}
+        for before, after, tile in (("mk43", "mk44", "pcu"), ("mk42", "mk43", "switch")):
+            details = next(d for d in sections[f"{before}-{after}"].iter("details", "port")
+                           if d.attrs["data-tile"] == tile)
+            shown = {next(tr.iter("th")).text(): [td.text() for td in tr.iter("td")]
+                     for tr in details.iter("tr") if list(tr.iter("td"))}
+            bits = sitecheck.tool_json(ARGS.archspec, "layout", "--arch", before, tile)["bits"]
+            done = subprocess.run([ARGS.archspec, "port", "--to", after, "--arch", before, tile,
+                                   "-", "--json"], input="1" * bits, capture_output=True,
+                                  text=True, check=False)
+            self.assertEqual(done.returncode, 3, done.stderr)
+            expected = {}
+            for entry in json.loads(done.stderr)["lost"]:
+                if entry["reason"] in changes.PORT_LOSSES:
+                    expected.setdefault(re.sub(r"\[\d+\]", "[]", entry["path"]), entry["text"])
+            self.assertTrue(expected)
+            self.assertEqual({f: shown[f][1] for f in expected if f in shown}, expected)
+            self.assertEqual(shown.get("output_structIn[].vecdestPMU", [None])[0] if tile == "pcu"
+                             else shown["xbar_config.ctlMuxsel[][]"][1],
+                             "removed: its values do not move" if tile == "pcu"
+                             else "switch_ctl_signal_t → switch_ctl_xbar_sel_t")
+
     def test_record_changes_of_a_small_table(self):
         table = """
 tile t top the tile
