@@ -30,8 +30,9 @@ def body(facts, module_built):
 <p class="lead">Reads a configuration of one tile as <code>archspec decode --format sparse</code>
 reads it, with the same code compiled for the browser: the text form (<code>0</code> and
 <code>1</code>), the packed bytes, or a sparse listing, whose header chooses the generation and
-tile. Nothing leaves the page. Set a leaf by its path and a value or an enumerant's name, and save
-the result as bits, bytes or a listing.</p>
+tile. Nothing leaves the page. Set a leaf by its path and a value or an enumerant's name, save
+the result as bits, bytes or a listing, or port it to another generation as <code>archspec port
+--partial</code> does: codes by name, with the report of every leaf that did not move exactly.</p>
 {missing}
 <div class="decoder">
 <section class="input" aria-label="input">
@@ -68,6 +69,11 @@ aria-label="value">
 <button type="button" id="save-bytes">Bytes</button>
 <button type="button" id="save-listing">Listing</button>
 </div>
+<div class="row">
+<label>Port to <select id="port-arch">{archs}</select></label>
+<button type="button" id="port">Port</button>
+</div>
+<pre id="port-report" tabindex="0"></pre>
 <details><summary>The bits</summary><pre id="bits" tabindex="0"></pre></details>
 </section>
 <section class="output" aria-label="listing">

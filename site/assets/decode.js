@@ -32,6 +32,12 @@
       showError(complaint);
       return false;
     }
+    useLayout();
+    return true;
+  }
+
+  // The layout of the module's tile, its map drawn, where it is not the one shown.
+  function useLayout() {
     const key = arch.value + " " + tile.value;
     if (!layout || layout.key !== key) {
       layout = JSON.parse(module.layout());
@@ -43,7 +49,6 @@
         return option;
       }));
     }
-    return true;
   }
 
   // The tile's bit string in rows, a group of boxes per leaf, as on the tile pages.
@@ -138,6 +143,7 @@
   function decode() {
     if (!module) return;
     showError("");
+    $("port-report").textContent = "";
     const [name, bytes] = file ? [file.name, file.bytes]
       : ["input", new TextEncoder().encode(input.value)];
     if (!open()) return;
@@ -192,6 +198,28 @@
     $("source").textContent = "";
   }
 
+  // The configuration shown, moved to the generation chosen beside "Port" by the module's port:
+  // what moved becomes the configuration shown, under that generation, with the port's report.
+  function port() {
+    if (!module) return;
+    showError("");
+    const result = JSON.parse(module.port($("port-arch").value));
+    if (result.error) {
+      showError(result.error);
+      return;
+    }
+    arch.value = $("port-arch").value;
+    useLayout();
+    show();
+    $("port-report").textContent = result.report || "Every leaf moved exactly.";
+    // The input holds the port, which "Decode" reads again by its header.
+    input.value = module.listing();
+    readAs = "sparse";
+    if (form.value !== "auto") form.value = "auto";
+    file = null;
+    $("source").textContent = "";
+  }
+
   function save(data, suffix, type) {
     const a = document.createElement("a");
     a.href = URL.createObjectURL(new Blob([data], { type }));
@@ -232,6 +260,7 @@
 
   $("decode").addEventListener("click", decode);
   $("set").addEventListener("click", setLeaf);
+  $("port").addEventListener("click", port);
   input.addEventListener("input", () => {
     file = null;
     $("source").textContent = "";

@@ -531,6 +531,25 @@ class DecoderTest(unittest.TestCase):
         self.assertEqual(len(self.assert_findings_are_checks("mk43", "pcu", self.js(
             "return document.getElementById('bits').textContent"))), 1)
 
+    def test_port_to_moves_the_configuration_as_the_tool_ports_it(self):
+        """"Port" beside "Save": the listing of `port --partial` under the target generation, and
+        the tool's report."""
+        example = os.path.join(sitecheck.SOURCE, "examples", "pcu_program.sparse")
+        _, bits, _ = tool("encode", "--arch", "mk43", "pcu", example)
+        self.assert_decodes_as_the_tool("mk43", "pcu", bits)
+        shown = self.js("""
+            document.getElementById('port-arch').value = 'mk44';
+            document.getElementById('port').click();
+            return ['listing', 'port-report', 'arch', 'error'].map(id => {
+                const e = document.getElementById(id);
+                return e.value === undefined ? e.textContent : e.value;
+            });""")
+        status, listing, report = tool("port", "--to", "mk44", "--arch", "mk43", "pcu", "-",
+                                       "--partial", data=bits.encode())
+        self.assertEqual(status, 3)
+        self.assertIn("vecdestPMU", report)
+        self.assertEqual(shown, [listing, report, "mk44", ""])
+
     def patched(self, config, path, value):
         """`archspec patch` of `config` with the one line `path = value`, as a file."""
         delta = os.path.join(self.scratch, "delta.sparse")

@@ -4,7 +4,8 @@
 // archspec tool gives for the same input.
 //
 // One configuration is open at a time: a tile of a generation (Open), its leaf values (Decode,
-// Patch), what is written of them (Listing, Bits, Bytes) and what `check` finds in them (Check).
+// Patch, or a port of them to another generation: PortTo), what is written of them (Listing,
+// Bits, Bytes) and what `check` finds in them (Check).
 // Complaints come back as text, in the tool's words, with the input named as the page names it.
 #include <emscripten/bind.h>
 #include <emscripten/val.h>
@@ -22,6 +23,7 @@
 #include "Diagnostic.h"
 #include "Files.h"
 #include "Names.h"
+#include "Port.h"
 #include "Tile.h"
 #include "compiler/arch_spec/ArchSpec.h"
 #include "compiler/arch_spec/ArchVersion.h"
@@ -74,6 +76,30 @@ std::string Open(const std::string& arch, const std::string& tile_name) {
   session.configuration = Configuration::Zero(version, *tile);
   if (!session.configuration) return ToolError(GenerationLabel(version) + " has no tile records");
   return "";
+}
+
+// Moves the open configuration to the generation `arch` (product name, any case) by meaning, as
+// `archspec port --partial` moves it: what moved becomes the open configuration. {report, exact}
+// as JSON, the report in the tool's words; {error} where the generation cannot be taken, the
+// configuration then left as it was.
+std::string PortTo(const std::string& arch) {
+  Session& session = Current();
+  const auto refused = [](const std::string& message) {
+    return nlohmann::json{{"error", ToolError(message)}}.dump();
+  };
+  if (!session.configuration) return refused("no tile is open");
+  std::string error;
+  const ArchVersion version = ArchVersion::expect_parse(arch, error);
+  if (version.major == 0) return refused(error);
+  std::optional<PortResult> port = Port(*session.configuration, version);
+  if (!port) return refused(GenerationLabel(version) + " has no tile records");
+  const nlohmann::json out{
+      {"report", PortReportText(*session.configuration, port->configuration, port->report)},
+      {"exact", port->report.exact()}};
+  zu::spec::ArchSpec::reset();
+  zu::spec::ArchSpec::set_arch(version);
+  session.configuration = std::move(port->configuration);
+  return out.dump();
 }
 
 // The page's names of the forms: "sparse" is a listing.
@@ -229,4 +255,5 @@ EMSCRIPTEN_BINDINGS(archspec_decoder) {
   emscripten::function("layout", &archspec::LayoutJson);
   emscripten::function("inspect", &archspec::Inspect);
   emscripten::function("json", &archspec::Json);
+  emscripten::function("port", &archspec::PortTo);
 }
