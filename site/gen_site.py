@@ -86,13 +86,15 @@ def search_index(facts, pages):
             f"window.archspecIndex = {json.dumps(index, separators=(',', ':'))};\n")
 
 
-def site_files(facts, decoder_module=None):
+def site_files(facts, decoder_module=None, runtime_registers=()):
     """{file name: text} of the whole site; the decoder page's module is copied in where it was
-    built (`decoder_module`, its path)."""
+    built (`decoder_module`, its path). `runtime_registers` are the generators' run-time registers
+    (runtime_page.load), each tile's register map with those its layout links."""
     import changes
     import decode_page
     import pages
     import pipeline
+    import runtime_page
     import tile_page
 
     files, instances = {}, {}
@@ -102,11 +104,14 @@ def site_files(facts, decoder_module=None):
         records = {r.name: r for r in facts.records[layout.ns]}
         root = tile_page.build_tree(layout, records)
         instances[layout.page] = tile_page.record_instances(root)
+        register_map = runtime_page.register_map(layout, runtime_registers)
         files[layout.page] = pages.frame(
             layout.title, layout.page,
             tile_page.body(layout, root, pages.records_page_name(layout.ns), type_pages,
-                           pipeline.section(layout, facts)),
+                           pipeline.section(layout, facts), register_map),
             layout.ns)
+        if register_map:
+            files[runtime_page.page_name(layout)] = runtime_page.map_page(layout, register_map)
     for ns in facts.namespaces():
         files[pages.records_page_name(ns)] = pages.records_page(
             ns, facts.records[ns], [t for t in facts.tiles if t.ns == ns], instances)
@@ -170,13 +175,15 @@ def main(argv=None):
     sys.path.insert(0, os.path.abspath(args.gen_dir))
     import decode_page
     import facts
+    import runtime_page
 
     try:
         gathered = facts.gather(args.archspec, args.tables, os.path.abspath(args.gen_dir))
-    except facts.ToolError as e:
+        registers = runtime_page.load(args.tables)
+    except (facts.ToolError, ValueError) as e:
         print(f"gen_site.py: error: {e}", file=sys.stderr)
         return 1
-    files = site_files(gathered, args.decoder_module)
+    files = site_files(gathered, args.decoder_module, registers)
     write_site(args.out, files)
     pages = sum(name.endswith(".html") for name in files)
     largest = max((len(text.encode()), name) for name, text in files.items()

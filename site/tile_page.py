@@ -9,6 +9,7 @@ import dataclasses
 from html import escape
 
 import record_tables
+import runtime_page
 from pages import form_html
 
 BITS_PER_ROW = 64
@@ -243,7 +244,8 @@ def open_depth(root):
         depth += 1
 
 
-def _tree_rows(node, records_page, type_pages, depth, opened, out):
+def _tree_rows(node, records_page, type_pages, map_page, depth, opened, out):
+    """The rows below `node`; a leaf's run-time cell links its registers' rows on `map_page`."""
     for child in node.children:
         # Long names break after an underscore, never inside a word.
         name, regs = escape(child.name).replace("_", "_<wbr>"), child.regs
@@ -256,29 +258,30 @@ def _tree_rows(node, records_page, type_pages, depth, opened, out):
             out.append(f'<div class="r" id="{escape(child.path)}"{typed}>'
                        f'<span class="n">{name}{type_link}</span>'
                        f'<span>{child.first}</span><span>{child.bits}</span><span>{regs}</span>'
-                       f'</div>')
+                       f'<span>{runtime_page.leaf_cell(child.leaf, map_page)}</span></div>')
             continue
         # A summary opens and closes its group: it holds no link (the legend links the records).
         kind = form_html(child.cell, records_page, linked=False) if child.cell else ""
         state = " open" if depth <= opened else ""
         out.append(f'<details{state} id="{escape(child.path)}"><summary><span class="n">{name} '
                    f'<em>{kind}</em></span><span>{child.first}</span><span>{child.bits}</span>'
-                   f'<span>{regs}</span></summary>')
-        _tree_rows(child, records_page, type_pages, depth + 1, opened, out)
+                   f'<span>{regs}</span><span></span></summary>')
+        _tree_rows(child, records_page, type_pages, map_page, depth + 1, opened, out)
         out.append("</details>")
 
 
-def field_tree(root, records_page, type_pages):
+def field_tree(root, records_page, type_pages, map_page=""):
     out = ['<div class="tree"><div class="th"><span class="n">path</span><span>offset</span>'
-           '<span>width</span><span>registers</span></div>']
-    _tree_rows(root, records_page, type_pages, 1, open_depth(root), out)
+           '<span>width</span><span>registers</span><span>run-time</span></div>']
+    _tree_rows(root, records_page, type_pages, map_page, 1, open_depth(root), out)
     out.append("</div>")
     return "".join(out)
 
 
-def body(layout, root, records_page, type_pages, before_map=""):
-    """The tile's page; `type_pages` says on which page each enumeration type stands, and
-    `before_map` is HTML put between the lead and the map (a PCU's pipeline)."""
+def body(layout, root, records_page, type_pages, before_map="", register_map=None):
+    """The tile's page; `type_pages` says on which page each enumeration type stands,
+    `before_map` is HTML put between the lead and the map (a PCU's pipeline), and `register_map`
+    the tile's run-time registers (runtime_page.register_map), whose page the tree links."""
     serves = ", ".join(g.label for g in layout.serves)
     leaves = len(layout.leaves)
     return (f'<h1>{escape(layout.tile.upper())} of {escape(layout.ns)} '
@@ -287,7 +290,8 @@ def body(layout, root, records_page, type_pages, before_map=""):
             f'{escape(layout.ns)} lay it out, for {escape(serves)}: {layout.bits:,} bits in '
             f'{leaves:,} leaves, registers {root.regs}. Offsets count from the first '
             f'bit of the tile\'s bit string; a leaf\'s offset is its most significant bit. '
-            f'Click a box or a row to link to it.</p>{before_map}'
+            f'Click a box or a row to link to it.</p>'
+            f'{runtime_page.tree_note(layout, register_map)}{before_map}'
             f'<div class="split"><section id="map-pane" class="map" aria-label="bit map">'
             f'{legend(root, records_page)}<div class="ruler-bar">{ruler_svg()}</div>'
             f'{bitmap_svg(layout, root)}</section>'
@@ -295,4 +299,5 @@ def body(layout, root, records_page, type_pages, before_map=""):
             f'<button type="button" data-tree="open">Expand all</button>'
             f'<button type="button" data-tree="close">Collapse all</button>'
             f'<output id="leaf"></output></div>'
-            f'{field_tree(root, records_page, type_pages)}</section></div>')
+            f'{field_tree(root, records_page, type_pages, runtime_page.page_name(layout))}'
+            f'</section></div>')

@@ -213,6 +213,31 @@
     th.setAttribute("aria-sort", "ascending");
   });
 
+  // --- A register map's filter ---------------------------------------------------------------
+
+  // A query of a number (decimal or 0x hexadecimal) keeps the register of that number; other
+  // words keep the rows whose name or field holds every one of them.
+  const filter = document.getElementById("filter");
+  if (filter) {
+    const table = document.querySelector("table.runtime");
+    const count = document.getElementById("filter-count");
+    const rows = [...table.tBodies[0].rows].map((row) => ({
+      row, number: Number(row.cells[0].textContent),
+      text: (row.id + " " + row.cells[2].textContent).toLowerCase() }));
+    filter.addEventListener("input", () => {
+      const query = filter.value.trim().toLowerCase();
+      const number = /^(\d+|0x[0-9a-f]+)$/.test(query) ? Number(query) : null;
+      const words = query.split(/\s+/).filter(Boolean);
+      let shown = 0;
+      for (const r of rows) {
+        const keep = number !== null ? r.number === number : words.every((w) => r.text.includes(w));
+        r.row.hidden = !keep;
+        shown += keep;
+      }
+      count.textContent = query ? `${shown} of ${rows.length} registers` : `${rows.length} registers`;
+    });
+  }
+
   // --- Going to an anchor ---------------------------------------------------------------------
 
   const fields = document.getElementById("fields-pane");
@@ -330,10 +355,12 @@
       const path = pathOf(g);
       status.textContent = path;
       const row = document.getElementById(path);
-      const [, offset, width, regs] = row.children;
+      const [, offset, width, regs, runtime] = row.children;
+      const written = [...runtime.querySelectorAll("a")].map((a) => `${a.textContent} ${a.title}`);
       const facts = document.createElement("small");
       facts.textContent = `offset ${offset.textContent} · width ${width.textContent} · ` +
-        `registers ${regs.textContent}` + (row.dataset.type ? ` · ${row.dataset.type}` : "");
+        `registers ${regs.textContent}` + (row.dataset.type ? ` · ${row.dataset.type}` : "") +
+        (written.length ? ` · run-time ${written.join(", ")}` : "");
       const name = document.createElement("b");
       name.textContent = path;
       tip.replaceChildren(name, facts);

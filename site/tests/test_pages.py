@@ -75,11 +75,12 @@ class TilePagesTest(unittest.TestCase):
         cls.tiles = sorted(h for h in links if h.startswith("tile-"))
 
     def layout(self, product, tile):
-        """(path, offset, width, registers) of each leaf, from the tool's text form."""
+        """(path, offset, width, registers, run-time registers) of each leaf, from the tool's
+        text form."""
         lines = sitecheck.tool_text(ARGS.archspec, "layout", "--arch", product, tile).splitlines()
         rows = [line.split() for line in lines[2:]]
-        return [(path, int(offset), int(width), registers)
-                for offset, width, registers, path in rows]
+        return [(path, int(offset), int(width), registers, runtime)
+                for offset, width, registers, runtime, path in rows]
 
     def test_every_namespace_and_tile_has_a_page(self):
         expected = {f"tile-{ns}-{tile}.html" for ns in self.products.values()
@@ -91,7 +92,8 @@ class TilePagesTest(unittest.TestCase):
             _, ns, tile = name[:-5].split("-")
             rows = [(r.attrs["id"], [s.text() for s in r.iter("span")])
                     for r in page(name).root.iter("div", "r")]
-            shown = [(path, int(s[1]), int(s[2]), s[3]) for path, s in rows]
+            # A leaf that no run-time register writes has an empty cell where the tool writes "-".
+            shown = [(path, int(s[1]), int(s[2]), s[3], s[4] or "-") for path, s in rows]
             for path, spans in rows:
                 leaf_name = spans[0].split(" ")[0]  # a typed leaf's type follows its name
                 self.assertTrue(path.endswith(leaf_name), f"{name}: row {path} reads {spans[0]}")
@@ -263,6 +265,121 @@ class ParameterPageTest(unittest.TestCase):
             answered = [n for n in names if any(a[n] is not None for a in answers.values())]
             self.assertEqual(shown, answered, group)
             self.assertEqual(folded, [n for n in names if n not in answered], group)
+
+
+class RuntimeRegistersTest(unittest.TestCase):
+    """Each tile page marks the leaves that a run-time register writes with the tool's register,
+    and its register map lists every register the generations it serves answer: those the tool's
+    layout links, with their words' bits as `archspec where` places them, and those the table
+    leaves unlinked, with its reason."""
+
+    @classmethod
+    def setUpClass(cls):
+        import runtime_registers
+
+        errors = genlib.Errors()
+        _, _, cls.registers = runtime_registers.registers(os.path.join(GEN_DIR, "tables"), errors)
+        assert not errors, [str(e) for e in errors]
+        cls.archs = {g["product"]: g for g in sitecheck.tool_json(ARGS.archspec, "archs")}
+        cls.served = {}
+        for product, ns in sitecheck.products(ARGS.archspec).items():
+            cls.served.setdefault(ns, []).append(product)
+
+    def linked(self, product, tile):
+        """{register name: (number, path, word, link, inferred number)} of the tool's layout."""
+        found = {}
+        for leaf in sitecheck.tool_json(ARGS.archspec, "layout", "--arch", product, tile,
+                                        "--json")["leaves"]:
+            for e in leaf.get("runtime", ()):
+                found[e["name"]] = (e["register"], leaf["path"], e["word"], e["link"],
+                                    bool(e.get("inferred_number")))
+        return found
+
+    def map_rows(self, name):
+        """{register name: (number, field cell, word, bits, link, classes of the number)}."""
+        rows = {}
+        for tr in next(page(name).root.iter("table", "runtime")).iter("tr"):
+            cells = list(tr.iter("td"))
+            if cells:
+                texts = [c.text() for c in cells] + [""] * 3
+                rows[tr.attrs["id"]] = (int(texts[0]), texts[2], texts[3], texts[4], texts[5],
+                                        cells[0].classes)
+        return rows
+
+    def test_tile_pages_mark_linked_leaves_with_their_registers(self):
+        for ns, products in self.served.items():
+            for tile in ("pcu", "pmu", "switch", "agcu"):
+                name = f"tile-{ns}-{tile}.html"
+                marks = {}
+                for row in page(name).root.iter("div", "r"):
+                    cell = list(row.iter("span"))[4]
+                    marks.update({a.attrs["title"].split(" ")[0]: (
+                        int(a.text()), row.attrs["id"], a.attrs["href"],
+                        "inferred" in a.attrs["title"]) for a in cell.iter("a")})
+                for product in products:
+                    with self.subTest(page=name, product=product):
+                        expected = {reg: (number, path, f"runtime-{ns}-{tile}.html#{reg}",
+                                          inferred)
+                                    for reg, (number, path, _, _, inferred)
+                                    in self.linked(product, tile).items()}
+                        self.assertTrue(expected)
+                        self.assertEqual(marks, expected)
+                note = " ".join(next(page(name).root.iter("p", "rt-note")).text().split())
+                self.assertIn("written while the unit runs", note)
+                self.assertIn(f"{len(marks)} of", note)
+
+    def test_the_map_lists_every_register_answered_linked_or_not(self):
+        """mk44's PCU and every other tile: the linked rows are the tool's, the rest the
+        table's, with its reason; the counts are the tool's."""
+        for ns, products in self.served.items():
+            for tile in ("pcu", "pmu", "switch", "agcu"):
+                name = f"runtime-{ns}-{tile}.html"
+                rows = self.map_rows(name)
+                for product in products:
+                    with self.subTest(page=name, product=product):
+                        linked = self.linked(product, tile)
+                        column = self.archs[product]["answers_as"]
+                        answered = [r for r in self.registers
+                                    if r.column == column and r.tile == tile]
+                        self.assertEqual(set(rows), {r.accessor for r in answered})
+                        for r in answered:
+                            number, field, word, _, link, classes = rows[r.accessor]
+                            self.assertEqual((number, "inf" in classes), (r.code, r.inferred))
+                            if r.accessor in linked:
+                                was = linked[r.accessor]
+                                self.assertEqual((number, field, word.replace(" word", "") or
+                                                  "whole", link, "inf" in classes), was)
+                            else:
+                                self.assertEqual(field, f"not linked: {r.row.reason}")
+                        lead = " ".join(next(page(name).root.iter("p", "lead")).text().split())
+                        self.assertIn(f"{len(answered)} registers, {len(linked)} linked", lead)
+                        self.assertIn(f"{len(answered) - len(linked)} not linked", lead)
+        self.assertEqual(sum(1 for r in self.map_rows("runtime-rye-pcu.html").values()
+                             if r[1].startswith("not linked")), 40)
+
+    def test_bits_are_those_of_the_word_as_where_places_them(self):
+        """`archspec where` names a register at the first and last bit of its word and not at
+        the bits just outside them (another leaf, or the leaf's other word). Every register of
+        mk44's PCU, and of mk44's AGCU some of each word, whose wide counters are written a word
+        at a time."""
+        for tile, every in (("pcu", 1), ("agcu", 29)):
+            rows = [(reg, r) for reg, r in self.map_rows(f"runtime-rye-{tile}.html").items()
+                    if not r[1].startswith("not linked")]
+            picked = rows[::every]
+            if tile == "agcu":
+                picked += [next(x for x in rows if x[1][2] == w) for w in ("low word", "high word")]
+                self.assertEqual({r[2] for _, r in picked}, {"", "low word", "high word"})
+            for reg, (number, path, word, bits, _, _) in picked:
+                first, last = (int(b) for b in bits.split(".."))
+                names = re.compile(f"  run-time  {number} {reg}( |\n)")
+                for bit, inside in ((first - 1, False), (first, True), (last, True),
+                                    (last + 1, False)):
+                    with self.subTest(register=reg, bit=bit):
+                        text = sitecheck.tool_text(ARGS.archspec, "where", "--arch", "mk44",
+                                                   tile, str(bit))
+                        self.assertEqual(bool(names.search(text)), inside, text)
+                        if inside:
+                            self.assertIn(f"  leaf      {path}\n", text)
 
 
 class PipelineTest(unittest.TestCase):
