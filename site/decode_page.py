@@ -30,7 +30,9 @@ def body(facts, module_built):
 <p class="lead">Reads a configuration of one tile as <code>archspec decode --format sparse</code>
 reads it, with the same code compiled for the browser: the text form (<code>0</code> and
 <code>1</code>), the packed bytes, or a sparse listing, whose header chooses the generation and
-tile. Nothing leaves the page. Set a leaf by its path and a value or an enumerant's name, save
+tile. Nothing leaves the page. Set a leaf by its path and a value or an enumerant's name (the page
+then says what the change costs a running unit, as <code>archspec writes</code> does: the run-time
+register writes that make it, or the leaves that need the configuration loaded), save
 the result as bits, bytes or a listing, or port it to another generation as <code>archspec port
 --partial</code> does: codes by name, with the report of every leaf that did not move exactly.</p>
 {missing}
@@ -60,6 +62,7 @@ aria-label="value">
 <button type="button" id="set">Set</button>
 </div>
 <datalist id="paths"></datalist>
+<div id="writes" aria-live="polite"></div>
 <h2>Findings</h2>
 <p id="check-note"></p>
 <div id="findings"></div>

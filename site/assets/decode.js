@@ -101,6 +101,7 @@
   // Shows the module's configuration: its listing, its bits, its non-zero leaves lit, and what
   // `check` finds in it.
   function show() {
+    showWrites(null); // a "Set" shows its writes after this
     const text = module.listing();
     listing.textContent = text;
     const found = JSON.parse(module.check());
@@ -185,6 +186,7 @@
       return;
     }
     show();
+    showWrites(JSON.parse(module.patchWrites()));
     // The input now holds what was set, so that "Decode" reads the configuration shown: in the
     // form it was read in where that is text, else as a listing (whose header names the tile).
     if (readAs === "bits") {
@@ -218,6 +220,46 @@
     if (form.value !== "auto") form.value = "auto";
     file = null;
     $("source").textContent = "";
+  }
+
+  // What the last "Set" costs the running unit, as the module gives it (`archspec writes --format
+  // json` of the configuration before and after): the run-time register writes that make the
+  // change, and the changed leaves that need the configuration loaded. Null clears it.
+  function showWrites(result) {
+    const out = $("writes");
+    out.replaceChildren();
+    if (!result) return;
+    const text = (tag, content, className) => {
+      const e = document.createElement(tag);
+      e.textContent = content;
+      if (className) e.className = className;
+      return e;
+    };
+    if (result.writes.length) {
+      const rows = result.writes.map((w) => {
+        const tr = document.createElement("tr");
+        tr.append(text("td", String(w.register), w.inferred_number ? "inf" : ""),
+                  text("td", w.name), text("td", "0x" + w.value.toString(16)), text("td", w.path));
+        return tr;
+      });
+      const table = document.createElement("table");
+      table.className = "plain writes";
+      const head = document.createElement("tr");
+      head.append(...["register", "name", "value", "path"].map((h) => text("th", h)));
+      table.createTHead().append(head);
+      table.createTBody().append(...rows);
+      out.append(text("p", `${result.writes.length === 1 ? "One write" : result.writes.length +
+        " writes"} make the change while the unit runs:`), table);
+    }
+    if (result.load.length) {
+      const list = document.createElement("ul");
+      list.append(...result.load.map((leaf) => text("li", leaf.path)));
+      out.append(text("p", "needs the configuration loaded: no run-time register writes these " +
+        "changed leaves"), list);
+    }
+    if (!result.writes.length && !result.load.length) {
+      out.append(text("p", "The leaf held that value already: nothing to write."));
+    }
   }
 
   function save(data, suffix, type) {

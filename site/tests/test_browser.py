@@ -243,6 +243,42 @@ class BrowserTest(unittest.TestCase):
         self.assertTrue(self.search("vsid")[0].get_attribute("data-page").startswith(
             f"tile-{others[0]}-"))
 
+    def test_a_register_map_filter_finds_a_register_by_number_and_by_name(self):
+        """The filter of mk44's PCU register map keeps the register of a number, decimal or
+        hexadecimal, or the one whose name holds the words typed; emptied, it shows every row
+        again. axe-core finds nothing serious in the page filtered."""
+        from selenium.webdriver.common.by import By
+
+        layout = sitecheck.tool_json(ARGS.archspec, "layout", "--arch", "mk44", "pcu")
+        linked = [(e["register"], e["name"]) for leaf in layout["leaves"]
+                  for e in leaf.get("runtime", ())]
+        number, name = linked[len(linked) // 2]
+        self.open(f"runtime-{self.products['mk44']}-pcu.html")
+        total = self.js("return document.querySelectorAll('table.runtime tbody tr').length")
+        self.assertGreater(total, len(linked))  # the unlinked registers too
+        box = self.driver.find_element(By.ID, "filter")
+
+        def shown(query):
+            box.clear()
+            box.send_keys(query)
+            return self.js("""return [[...document.querySelectorAll('table.runtime tbody tr')]
+                .filter(r => !r.hidden).map(r => r.id),
+                document.getElementById('filter-count').textContent];""")
+
+        tail = name.split("_reg_", 1)[1]  # "ctrchain0_max_ctxt1": the words after the prefix
+        for query in (str(number), hex(number), tail, " ".join(reversed(tail.split("_", 1)))):
+            with self.subTest(query=query):
+                self.assertEqual(shown(query), [[name], f"1 of {total} registers"])
+        self.assertEqual(shown("no_such_register")[0], [])
+        violations = accessibility_violations(self.driver)
+        self.assertEqual(violations, [], "\n" + "\n".join(violations))
+        emptied = self.js("""const box = document.getElementById('filter');
+            box.value = ''; box.dispatchEvent(new Event('input'));
+            return [...document.querySelectorAll('table.runtime tbody tr')]
+                .filter(r => !r.hidden).length;""")
+        self.assertEqual(emptied, total)
+        self.assertEqual(self.console_errors(), [])
+
     def test_enumeration_tables_sort_by_code_and_by_name(self):
         self.open("registers.html")
         order = """
@@ -549,6 +585,53 @@ class DecoderTest(unittest.TestCase):
         self.assertEqual(status, 3)
         self.assertIn("vecdestPMU", report)
         self.assertEqual(shown, [listing, report, "mk44", ""])
+
+    def test_set_shows_the_writes_of_the_change_or_the_leaves_that_need_a_load(self):
+        """After "Set", the run-time register writes that make the change, as `archspec writes`
+        gives them for the configuration before and after; a leaf that no run-time register
+        writes is listed as needing the configuration loaded. A wide counter of mk44's AGCU
+        changed in both of its words is two writes, its low word first."""
+        agcu = sitecheck.tool_json(ARGS.archspec, "layout", "--arch", "mk44", "agcu")
+        wide = next(leaf["path"] for leaf in agcu["leaves"] if len(leaf.get("runtime", ())) == 2)
+        cases = [("pcu", "CounterChain_structIn[0].counter_max_value[0]", "32", 1, 0),
+                 ("pcu", "simd_structIn[0][0].stage_opcode", "stage_opcode_alu_op_add", 0, 1),
+                 ("agcu", wide, hex((3 << 32) | 5), 2, 0)]
+        for tile, path, value, writes, loads in cases:
+            with self.subTest(path=path):
+                _, before, _ = tool("encode", "--arch", "mk44", tile, "-", data=b"")
+                self.decode("mk44", tile, before)
+                shown = self.js("""
+                    path.value = arguments[0]; value.value = arguments[1];
+                    document.getElementById('set').click();
+                    const out = document.getElementById('writes');
+                    return [[...out.querySelectorAll('tbody tr')].map(
+                                tr => [...tr.cells].map(td => td.textContent)),
+                            [...out.querySelectorAll('li')].map(li => li.textContent),
+                            out.textContent, error.textContent];""", path, value)
+                old = os.path.join(self.scratch, f"old-{tile}.bits")
+                new, delta = old.replace("old", "new"), old.replace("old", "delta")
+                with open(old, "w", encoding="utf-8") as f:
+                    f.write(before)
+                with open(delta, "w", encoding="utf-8") as f:
+                    f.write(f"{path} = {value}\n")
+                self.assertEqual(tool("patch", "--arch", "mk44", tile, old, delta, "-o",
+                                      new)[0], 0)
+                status, out, _ = tool("writes", "--arch", "mk44", tile, old, new, "--format",
+                                      "json")
+                expected = json.loads(out)
+                self.assertEqual(status, 3 if loads else 0)
+                self.assertEqual(shown[3], "")
+                self.assertEqual(shown[0], [[str(w["register"]), w["name"], hex(w["value"]),
+                                             w["path"]] for w in expected["writes"]])
+                self.assertEqual(shown[1], [leaf["path"] for leaf in expected["load"]])
+                self.assertEqual((len(shown[0]), len(shown[1])), (writes, loads))
+                self.assertEqual("needs the configuration loaded" in shown[2], bool(loads))
+        violations = accessibility_violations(self.driver)  # the writes of the last case shown
+        self.assertEqual(violations, [], "\n" + "\n".join(violations))
+        if ARGS.screenshots:
+            os.makedirs(ARGS.screenshots, exist_ok=True)
+            self.js("document.getElementById('writes').scrollIntoView()")
+            self.driver.save_screenshot(os.path.join(ARGS.screenshots, "reference-writes.png"))
 
     def patched(self, config, path, value):
         """`archspec patch` of `config` with the one line `path = value`, as a file."""

@@ -5,7 +5,8 @@
 //
 // One configuration is open at a time: a tile of a generation (Open), its leaf values (Decode,
 // Patch, or a port of them to another generation: PortTo), what is written of them (Listing,
-// Bits, Bytes) and what `check` finds in them (Check).
+// Bits, Bytes), what `check` finds in them (Check) and what the last Patch costs a running unit
+// (PatchWrites).
 // Complaints come back as text, in the tool's words, with the input named as the page names it.
 #include <emscripten/bind.h>
 #include <emscripten/val.h>
@@ -36,6 +37,7 @@ using zu::spec::ArchVersion;
 struct Session {
   std::optional<Configuration> configuration;
   std::vector<uint8_t> bytes;  // the last packed form asked for, which the page copies
+  std::optional<Configuration> before_patch;  // the configuration before the last Patch
 };
 
 Session& Current() {
@@ -158,7 +160,22 @@ std::string Inspect(const std::string& data) {
 std::string Patch(const std::string& change, const std::string& name) {
   Session& session = Current();
   if (!session.configuration) return ToolError("no tile is open");
+  session.before_patch = session.configuration;
   return Report(name, session.configuration->Patch(change));
+}
+
+// What the last Patch costs the running unit, as `archspec writes --format json` of the
+// configuration before it and after it gives it: the run-time register writes that make the
+// change, and the changed leaves that need the configuration loaded. "null" before any Patch.
+std::string PatchWrites() {
+  Session& session = Current();
+  if (!session.configuration || !session.before_patch ||
+      session.before_patch->CanCompare(*session.configuration)) {
+    return "null";
+  }
+  const Configuration& from = *session.before_patch;
+  const Configuration& to = *session.configuration;
+  return WritesToJson(from, to, WritesBetween(from, to), {}).dump();
 }
 
 // The canonical listing of the open configuration, codes by name, as `archspec decode --format
@@ -246,6 +263,7 @@ EMSCRIPTEN_BINDINGS(archspec_decoder) {
   emscripten::function("open", &archspec::Open);
   emscripten::function("decode", &archspec::Decode);
   emscripten::function("patch", &archspec::Patch);
+  emscripten::function("patchWrites", &archspec::PatchWrites);
   emscripten::function("listing", &archspec::Listing);
   emscripten::function("check", &archspec::Check);
   emscripten::function("bits", &archspec::Bits);
