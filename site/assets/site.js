@@ -234,7 +234,7 @@
         r.row.hidden = !keep;
         shown += keep;
       }
-      count.textContent = query ? `${shown} of ${rows.length} registers` : `${rows.length} registers`;
+      count.textContent = (query ? `${shown} of ` : "") + `${rows.length} registers`;
     });
   }
 
