@@ -359,8 +359,9 @@
       const written = [...runtime.querySelectorAll("a")].map((a) => `${a.textContent} ${a.title}`);
       const facts = document.createElement("small");
       facts.textContent = `offset ${offset.textContent} · width ${width.textContent} · ` +
-        `registers ${regs.textContent}` + (row.dataset.type ? ` · ${row.dataset.type}` : "") +
-        (written.length ? ` · run-time ${written.join(", ")}` : "");
+        `registers ${regs.textContent}` +
+        (written.length ? ` · run-time ${written.join(", ")}` : "") +
+        (row.dataset.type ? ` · ${row.dataset.type}` : "");
       const name = document.createElement("b");
       name.textContent = path;
       tip.replaceChildren(name, facts);

@@ -246,13 +246,22 @@ class BrowserTest(unittest.TestCase):
     def test_a_register_map_filter_finds_a_register_by_number_and_by_name(self):
         """The filter of mk44's PCU register map keeps the register of a number, decimal or
         hexadecimal, or the one whose name holds the words typed; emptied, it shows every row
-        again. axe-core finds nothing serious in the page filtered."""
+        again. axe-core finds nothing serious in the page filtered. On the tile's page, the
+        tooltip of the leaf's boxes names the register."""
+        from selenium.webdriver.common.action_chains import ActionChains
         from selenium.webdriver.common.by import By
 
         layout = sitecheck.tool_json(ARGS.archspec, "layout", "--arch", "mk44", "pcu")
-        linked = [(e["register"], e["name"]) for leaf in layout["leaves"]
+        linked = [(e["register"], e["name"], i) for i, leaf in enumerate(layout["leaves"])
                   for e in leaf.get("runtime", ())]
-        number, name = linked[len(linked) // 2]
+        number, name, leaf = linked[len(linked) // 2]
+        self.open(f"tile-{self.products['mk44']}-pcu.html")
+        box = self.js("return document.querySelectorAll('#bitmap g')[arguments[0]]"
+                      ".querySelector('rect')", leaf)
+        self.js("arguments[0].scrollIntoView({block: 'center'})", box)
+        ActionChains(self.driver).move_to_element(box).perform()
+        self.assertIn(f" · run-time {number} {name}",
+                      self.js("return document.getElementById('tip').textContent"))
         self.open(f"runtime-{self.products['mk44']}-pcu.html")
         total = self.js("return document.querySelectorAll('table.runtime tbody tr').length")
         self.assertGreater(total, len(linked))  # the unlinked registers too
