@@ -18,7 +18,7 @@ namespace {
 struct CodeMove {
   std::string_view name;       // the name the source's listing shows for the code
   std::optional<uint64_t> to;  // the target's code of the name; empty where it answers none
-  std::string_view to_name;    // the name on the target (the same, or with the target type's stem)
+  std::string_view to_name;    // the same name, as the target's enumeration holds it
   bool inferred = false;       // either side infers the code rather than states it
 };
 
@@ -88,9 +88,6 @@ std::string ShapeText(const FieldShape& shape) {
   return out + (count == 1 ? " leaf" : " leaves") + " of " + bits;
 }
 
-// "stage_opcode_" of "stage_opcode_t".
-std::string_view Stem(std::string_view type) { return type.substr(0, type.size() - 1); }
-
 // Everything a port from one tile record to another needs that does not depend on the values:
 // made once per pair of records and kept for the process, so that a port is one pass over the
 // leaves.
@@ -142,7 +139,10 @@ class PortPlan {
 
  private:
   // The moves of the codes of `from` to the type a target leaf takes (`to`, or where the target
-  // leaf has no type, the same type as the target answers it); null for an untyped source leaf.
+  // leaf has no type, the same type as the target answers it): each code by the name shown for
+  // it, which must be a name of the target's type (so a field whose type the table of field
+  // types names otherwise on the target keeps the codes of the names the two types share); null
+  // for an untyped source leaf.
   const CodeMap* Codes(const Enumeration* from, const Enumeration* to,
                        const Configuration& target) {
     if (from == nullptr) return nullptr;
@@ -156,17 +156,11 @@ class PortPlan {
     if (to != nullptr) {
       for (const EnumName& name : to->names()) by_name.emplace(name.name, &name);
     }
-    const bool renamed = to != nullptr && to->name() != from->name();
     for (const EnumName& name : from->names()) {
       // The first name of each code is the one shown.
       if (map.codes.count(name.code) != 0) continue;
       CodeMove move{name.name, std::nullopt, {}, name.inferred};
-      std::string wanted(name.name);
-      if (renamed && name.name.substr(0, Stem(from->name()).size()) == Stem(from->name())) {
-        wanted = std::string(Stem(to->name())) +
-                 std::string(name.name.substr(Stem(from->name()).size()));
-      }
-      if (const auto found = by_name.find(wanted); found != by_name.end()) {
+      if (const auto found = by_name.find(name.name); found != by_name.end()) {
         move.to = found->second->code;
         move.to_name = found->second->name;
         move.inferred = move.inferred || found->second->inferred;

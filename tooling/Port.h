@@ -3,9 +3,8 @@
 //
 // A port carries each leaf to the leaf of the same path on the target generation:
 //   - a leaf that holds a code of its enumeration type moves by the name the listing shows for it
-//     (Naming::ShownName): the target's code of that name, and where the field's type changed name
-//     between the generations (the table of field types says which type each takes), of the name
-//     with the target type's stem;
+//     (Naming::ShownName): the target's code of that name, which must be of the type that the
+//     table of field types gives the field on the target, where its type is named otherwise;
 //   - a typed leaf at 0 moves by its name too where its record is in use (NamedZeros, the rule of
 //     the listing): a stage at opcode 0 runs the operation that 0 names, which another generation
 //     may number otherwise; a record wholly at 0 stays wholly at 0, and a zero of a field that the

@@ -130,6 +130,19 @@ TEST(Port, EachReasonFromAConfigurationMadeForIt) {
     EXPECT_EQ(ValueAt(port.configuration, path), 0u);
   }
   {
+    SCOPED_TRACE("a field whose type is named otherwise on the target takes only names of it");
+    const std::string path = "xbar_config.ctlMuxsel[0][1]";
+    const PortResult port =
+        Ported(Made("mk42", "switch", {{path, "switch_ctl_signal_or_token"}}), "mk43");
+    const auto entry = std::find_if(port.report.lost.begin(), port.report.lost.end(),
+                                    [&](const PortEntry& e) { return e.path == path; });
+    ASSERT_NE(entry, port.report.lost.end());
+    EXPECT_EQ(entry->reason, PortReason::kUnanswered);
+    EXPECT_EQ(entry->text,
+              "switch_ctl_signal_or_token is not answered by mk43 for "
+              "switch_ctl_xbar_sel_t");
+  }
+  {
     SCOPED_TRACE("a code of no name moves as a number, reported");
     Configuration source = Zero("mk43", "pcu");
     const size_t leaf = *source.Find("simd_structIn[0][0].stage_opcode");
