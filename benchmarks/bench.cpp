@@ -16,9 +16,11 @@
 #include "Configuration.h"
 #include "Names.h"
 #include "RecordCatalog.h"
+#include "RuntimeRegisters.h"
 #include "Sparse.h"
 #include "Tile.h"
 #include "TreeText.h"
+#include "Writes.h"
 #include "compiler/arch_spec/ArchSpec.h"
 #include "compiler/arch_spec/gen/ArchConstants.h"
 
@@ -343,6 +345,20 @@ void Listings() {
         }
         Report(state, *bits);
       })->UseManualTime();
+      // What linking the leaves to their run-time registers adds to a layout's construction, as
+      // the tooling makes a layout: the link alone, against /Layout.
+      benchmark::RegisterBenchmark((label + "/LinkRuntime").c_str(), [=](benchmark::State& state) {
+        for (auto _ : state) {
+          std::vector<archspec::Leaf> leaves = record->layout().leaves();
+          archspec::Layout layout(tile.record, record->layout().bits(), std::move(leaves));
+          TimeAlone(state, [&] {
+            layout.LinkRuntimeRegisters(
+                archspec::RuntimeRegistersOf(record->version(), record->tile()));
+          });
+          benchmark::DoNotOptimize(layout.leaves().data());
+        }
+        Report(state, *bits);
+      })->UseManualTime();
     }
   }
 }
@@ -378,12 +394,59 @@ void Reads() {
   }
 }
 
+// The register writes between two configurations of the largest tile of each records namespace,
+// already read into values, that differ in a few leaves (half of them written by a run-time
+// register), and applying those writes: in plain passes over the configuration's bits.
+void Writes() {
+  for (const zu::spec::GenerationRow& row : zu::spec::GenerationTable()) {
+    if (!row.selectable || row.version.minor != 0) continue;
+    const archspec::TileType& tile = *archspec::FindTileType("agcu");
+    std::optional<archspec::Configuration> zero = archspec::Configuration::Zero(row.version, tile);
+    if (!zero.has_value()) continue;
+    const auto bits = std::make_shared<std::string>(RandomBits(zero->layout().bits()));
+    archspec::ReadRequest request;
+    request.form = archspec::Form::kBits;
+    request.generation = row.product_name;
+    request.tile = tile.name;
+    const auto from = std::make_shared<archspec::Configuration>(
+        *archspec::Configuration::Read(*bits, request).configuration);
+    auto to = std::make_shared<archspec::Configuration>(*from);
+    const std::vector<archspec::Leaf>& leaves = from->layout().leaves();
+    std::mt19937_64 random(7);
+    for (int linked = 0, other = 0; linked < 4 || other < 4;) {
+      const size_t leaf = random() % leaves.size();
+      int& count = leaves[leaf].runtime() ? linked : other;
+      if (count == 4) continue;
+      ++count;
+      to->SetValue(leaf, to->value(leaf) ^ 1);
+    }
+    const std::string label = std::string(row.records) + "/" + tile.record;
+    benchmark::RegisterBenchmark((label + "/Writes").c_str(), [=](benchmark::State& state) {
+      for (auto _ : state) {
+        benchmark::DoNotOptimize(archspec::WritesBetween(*from, *to, {0, 0x400}).writes.data());
+      }
+      Report(state, *bits);
+    });
+    const archspec::RegisterWrites writes = archspec::WritesBetween(*from, *to, {0, 0x400});
+    std::vector<archspec::ReadWrite> list;
+    for (const archspec::RegisterWrite& write : writes.writes) list.push_back({write.patch});
+    benchmark::RegisterBenchmark((label + "/ApplyWrites").c_str(), [=](benchmark::State& state) {
+      archspec::Configuration target = *from;
+      for (auto _ : state) {
+        benchmark::DoNotOptimize(archspec::ApplyWrites(target, list, 0x400).data());
+      }
+      Report(state, *bits);
+    });
+  }
+}
+
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
   for (const RecordClass& tile : archspec::TileRecordClasses()) RegisterTile(tile);
   Accessors();
   Listings();
   Reads();
+  Writes();
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
   return 0;

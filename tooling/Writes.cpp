@@ -318,8 +318,6 @@ std::vector<Diagnostic> ApplyWrites(Configuration& configuration,
                                     std::optional<uint32_t> base) {
   std::vector<Diagnostic> errors;
   const Layout& layout = configuration.layout();
-  const std::vector<const RuntimeRegisterRow*> answered =
-      RuntimeRegistersOf(configuration.version(), configuration.tile());
   const std::string unit =
       std::string(configuration.tile().name) + " on " + GenerationLabel(configuration.version());
   struct Done {
@@ -357,6 +355,9 @@ std::vector<Diagnostic> ApplyWrites(Configuration& configuration,
     const auto found = low ? low : high;
     if (!found) {
       const uint32_t number = write.patch.reg - (base && write.patch.reg >= *base ? *base : 0);
+      // Every register of the tile, linked or not, for the complaint alone.
+      const std::vector<const RuntimeRegisterRow*> answered =
+          RuntimeRegistersOf(configuration.version(), configuration.tile());
       const auto row = std::find_if(answered.begin(), answered.end(),
                                     [number](const auto* r) { return r->number == number; });
       if (row != answered.end() && (*row)->linked()) {
