@@ -47,18 +47,6 @@ def page_name(layout):
     return f"runtime-{layout.ns}-{layout.tile}.html"
 
 
-def word_bits(leaf, word):
-    """The bits of a leaf's word in the tile's bit string, first to last: a leaf's first bit is its
-    most significant, so its low word (as the library splits a leaf above 32 bits) is its last 32
-    bits and its high word the bits before them."""
-    end = leaf["offset"] + leaf["width"] - 1
-    if word == "low":
-        return end - 31, end
-    if word == "high":
-        return leaf["offset"], end - 32
-    return leaf["offset"], end
-
-
 def load(tables):
     """The generators' run-time registers, a table that disagrees with itself refused."""
     errors = genlib.Errors()
@@ -84,7 +72,7 @@ def register_map(layout, registers):
     rows = []
     for leaf in layout.leaves:
         for entry in leaf.get("runtime", ()):
-            first, last = word_bits(leaf, entry["word"])
+            first, last = entry["bits"]
             rows.append(MapRow(entry["register"], entry["name"],
                                bool(entry.get("inferred_number")), leaf["path"], entry["word"],
                                first, last, entry["link"], "",

@@ -42,9 +42,11 @@ json RuntimeToJson(const Leaf& leaf) {
   json out = json::array();
   for (const RuntimeRegisterRow* row : {leaf.runtime_lo, leaf.runtime_hi}) {
     if (row == nullptr) continue;
+    const auto [first, last] = WordBits(leaf, row->word);
     json entry{{"register", row->number},
                {"name", row->name},
                {"word", WordKey(row->word)},
+               {"bits", {first, last}},
                {"link", row->stated ? "stated" : "inferred"}};
     if (row->inferred) entry["inferred_number"] = true;
     out.push_back(std::move(entry));

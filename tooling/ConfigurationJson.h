@@ -27,8 +27,9 @@ nlohmann::json ConfigurationHead(const Configuration& configuration);
 nlohmann::json LeafToJson(const Configuration& configuration, size_t leaf, bool codes);
 // The head and "leaves": the non-zero leaves, or with `all` every leaf, in bit order.
 nlohmann::json ConfigurationToJson(const Configuration& configuration, bool all, bool codes);
-// [{register, name, word ("whole", "low", "high"), link ("stated", "inferred"),
-// inferred_number?}]: the run-time registers that write a leaf, its low word first.
+// [{register, name, word ("whole", "low", "high"), bits ([first, last] of the word in the tile's
+// bit string), link ("stated", "inferred"), inferred_number?}]: the run-time registers that write
+// a leaf, its low word first.
 nlohmann::json RuntimeToJson(const Leaf& leaf);
 // {"arch", "tile", "record", "bits", "leaves": [{path, name, parent, offset, width, reg_lo,
 // reg_hi?, registers, runtime?, type?}], "branches": [{path, name, parent?, offset, bits,

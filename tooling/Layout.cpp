@@ -223,6 +223,19 @@ std::string Registers(const Leaf& leaf) {
   return RegisterSpan(leaf.reg_lo, leaf.reg_hi.value_or(leaf.reg_lo));
 }
 
+std::pair<uint32_t, uint32_t> WordBits(const Leaf& leaf, RegisterWord word) {
+  const uint32_t last = leaf.offset + leaf.width - 1;
+  switch (word) {
+    case RegisterWord::kLow:
+      return {last - 31, last};
+    case RegisterWord::kHigh:
+      return {leaf.offset, last - 32};
+    case RegisterWord::kWhole:
+      break;
+  }
+  return {leaf.offset, last};
+}
+
 std::string RuntimeRegisterNumbers(const Leaf& leaf) {
   const auto number = [](const RuntimeRegisterRow* row) {
     return row == nullptr ? std::string("-") : std::to_string(row->number);

@@ -135,6 +135,11 @@ constexpr uint64_t MaxValue(uint32_t width) {
 std::string RegisterSpan(uint32_t lo, uint32_t hi);
 // "7" or "7-8": the registers of a leaf, low word first.
 std::string Registers(const Leaf& leaf);
+enum class RegisterWord : uint8_t;
+// The first and last bit, in the tile's bit string, of the word of `leaf` that a register writes:
+// all of a leaf of up to 32 bits; of a wider leaf, whose first bit is its most significant, the
+// last 32 bits for its low word and the bits before them for its high word.
+std::pair<uint32_t, uint32_t> WordBits(const Leaf& leaf, RegisterWord word);
 // "24", "0+64" for a wide leaf's low and high words, "0+-" or "-+64" where one word is linked, "-"
 // where none is: the run-time registers of a leaf, as `layout` shows them.
 std::string RuntimeRegisterNumbers(const Leaf& leaf);

@@ -24,15 +24,8 @@ uint64_t WordOf(uint64_t value, RegisterWord word) {
 
 // The bits a register writes of its leaf.
 uint32_t WordWidth(const Leaf& leaf, RegisterWord word) {
-  switch (word) {
-    case RegisterWord::kLow:
-      return 32;
-    case RegisterWord::kHigh:
-      return leaf.width - 32;
-    case RegisterWord::kWhole:
-      break;
-  }
-  return leaf.width;
+  const auto [first, last] = WordBits(leaf, word);
+  return last - first + 1;
 }
 
 // "register 24 (pcu_rcf_enum_pcu_rcf_reg_ctrchain0_max_ctxt0)".
