@@ -86,11 +86,13 @@ def register_map(layout, registers):
 
 def leaf_cell(leaf, map_page):
     """A leaf's run-time cell in the field tree: the numbers of the registers that write it, as
-    `archspec layout` writes them ("24", a wide leaf's "191+255"), each linked to its row of the
+    `archspec layout` writes them ("24", a wide leaf's "191+255", "?" after a number the tables
+    infer), each linked to its row of the
     map and named in its title; empty for a leaf that no register writes."""
     links = [f'<a href="{map_page}#{escape(e["name"])}" title="{escape(e["name"])}'
              f'{" (its number is inferred)" if e.get("inferred_number") else ""}">'
-             f'{e["register"]}</a>' for e in leaf.get("runtime", ())]
+             f'{e["register"]}{"?" if e.get("inferred_number") else ""}</a>'
+             for e in leaf.get("runtime", ())]
     return "+".join(links)
 
 
@@ -99,8 +101,9 @@ def tree_note(layout, register_map):
     if register_map is None:
         return ""
     return (f'<p class="rt-note"><b>run-time</b>: the register that writes a leaf, '
-            f'{LEGEND} (two for a leaf above 32 bits, its low word first); a change of a leaf '
-            f'without one needs the configuration loaded. {len(register_map.linked)} of '
+            f'{LEGEND} (two for a leaf above 32 bits, its low word first; a ? after a number '
+            f'the tables infer); a change of a leaf without one needs the configuration '
+            f'loaded. {len(register_map.linked)} of '
             f'{len(layout.leaves):,} leaves have one: <a href="{page_name(layout)}">the run-time '
             f'register map</a>.</p>')
 

@@ -237,8 +237,10 @@ std::pair<uint32_t, uint32_t> WordBits(const Leaf& leaf, RegisterWord word) {
 }
 
 std::string RuntimeRegisterNumbers(const Leaf& leaf) {
+  // A number that the constants tables infer rather than state is marked, as everywhere.
   const auto number = [](const RuntimeRegisterRow* row) {
-    return row == nullptr ? std::string("-") : std::to_string(row->number);
+    if (row == nullptr) return std::string("-");
+    return std::to_string(row->number) + (row->inferred ? "?" : "");
   };
   if (leaf.width <= 32 || !leaf.runtime()) return number(leaf.runtime_lo);
   return number(leaf.runtime_lo) + "+" + number(leaf.runtime_hi);

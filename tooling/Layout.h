@@ -141,7 +141,8 @@ enum class RegisterWord : uint8_t;
 // last 32 bits for its low word and the bits before them for its high word.
 std::pair<uint32_t, uint32_t> WordBits(const Leaf& leaf, RegisterWord word);
 // "24", "0+64" for a wide leaf's low and high words, "0+-" or "-+64" where one word is linked, "-"
-// where none is: the run-time registers of a leaf, as `layout` shows them.
+// where none is, each number followed by "?" where the constants tables infer it: the run-time
+// registers of a leaf, as `layout` shows them.
 std::string RuntimeRegisterNumbers(const Leaf& leaf);
 
 }  // namespace archspec

@@ -313,9 +313,11 @@ class RuntimeRegistersTest(unittest.TestCase):
                 marks = {}
                 for row in page(name).root.iter("div", "r"):
                     cell = list(row.iter("span"))[4]
+                    # An inferred number reads "119?", as the tool writes it, and says so.
                     marks.update({a.attrs["title"].split(" ")[0]: (
-                        int(a.text()), row.attrs["id"], a.attrs["href"],
-                        "inferred" in a.attrs["title"]) for a in cell.iter("a")})
+                        int(a.text().rstrip("?")), row.attrs["id"], a.attrs["href"],
+                        "inferred" in a.attrs["title"]) for a in cell.iter("a")
+                        if a.text().endswith("?") == ("inferred" in a.attrs["title"])})
                 for product in products:
                     with self.subTest(page=name, product=product):
                         expected = {reg: (number, path, f"runtime-{ns}-{tile}.html#{reg}",

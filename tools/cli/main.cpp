@@ -860,7 +860,9 @@ int Main(int argc, char** argv, std::string& out) {
   CLI::Option* layout_json = layout->add_flag("--json", options.json, "Print JSON");
   layout->add_flag("--csv", options.csv, "Print CSV")->excludes(layout_json);
   layout->footer(
-      "Leaves are listed in bit order; a leaf's offset is its most significant bit.\n"
+      "Leaves are listed in bit order; a leaf's offset is its most significant bit. The run-time\n"
+      "column gives the registers that write a leaf while its unit runs (a wide leaf's low word,\n"
+      "then '+' and its high word; '-' for none, '?' after a number the tables infer).\n"
       "Examples:\n"
       "  archspec layout --arch mk43 pcu\n"
       "  archspec layout --arch mk44 switch --csv > switch.csv");
