@@ -365,10 +365,15 @@ void Listings() {
 
 }  // namespace
 
-// A configuration read as the faces read it (Configuration::Read, the form told from the data)
-// from each form that names its tile: a listing with names and its JSON, of the largest tile of
-// each records namespace. Every leaf holds random bits, so that every leaf is listed.
-void Reads() {
+// The largest tile (the AGCU) of each records namespace, every leaf random bits, with the text of
+// its bits: what the configuration benchmarks below work on.
+struct RandomAgcu {
+  std::string label;  // "ry/AGCU_Config_struct"
+  std::shared_ptr<std::string> bits;
+  archspec::Configuration configuration;
+};
+std::vector<RandomAgcu> RandomAgcus() {
+  std::vector<RandomAgcu> out;
   for (const zu::spec::GenerationRow& row : zu::spec::GenerationTable()) {
     if (!row.selectable || row.version.minor != 0) continue;  // mk42 has mk41's records
     const archspec::TileType& tile = *archspec::FindTileType("agcu");
@@ -379,9 +384,18 @@ void Reads() {
     request.form = archspec::Form::kBits;
     request.generation = row.product_name;
     request.tile = tile.name;
-    const archspec::Configuration random =
-        *archspec::Configuration::Read(*bits, request).configuration;
-    const std::string label = std::string(row.records) + "/" + tile.record;
+    out.push_back({std::string(row.records) + "/" + tile.record, bits,
+                   *archspec::Configuration::Read(*bits, request).configuration});
+  }
+  return out;
+}
+
+// A configuration read as the faces read it (Configuration::Read, the form told from the data)
+// from each form that names its tile: a listing with names and its JSON, of the largest tile of
+// each records namespace. Every leaf holds random bits, so that every leaf is listed.
+void Reads() {
+  for (const RandomAgcu& agcu : RandomAgcus()) {
+    const auto bits = agcu.bits;
     const auto read = [bits](benchmark::State& state, const std::string& data) {
       for (auto _ : state) {
         benchmark::DoNotOptimize(
@@ -389,8 +403,10 @@ void Reads() {
       }
       Report(state, *bits);
     };
-    benchmark::RegisterBenchmark((label + "/ReadListing").c_str(), read, random.ToListing());
-    benchmark::RegisterBenchmark((label + "/ReadJson").c_str(), read, random.ToJson());
+    benchmark::RegisterBenchmark((agcu.label + "/ReadListing").c_str(), read,
+                                 agcu.configuration.ToListing());
+    benchmark::RegisterBenchmark((agcu.label + "/ReadJson").c_str(), read,
+                                 agcu.configuration.ToJson());
   }
 }
 
@@ -398,18 +414,10 @@ void Reads() {
 // already read into values, that differ in a few leaves (half of them written by a run-time
 // register), and applying those writes: in plain passes over the configuration's bits.
 void Writes() {
-  for (const zu::spec::GenerationRow& row : zu::spec::GenerationTable()) {
-    if (!row.selectable || row.version.minor != 0) continue;
-    const archspec::TileType& tile = *archspec::FindTileType("agcu");
-    std::optional<archspec::Configuration> zero = archspec::Configuration::Zero(row.version, tile);
-    if (!zero.has_value()) continue;
-    const auto bits = std::make_shared<std::string>(RandomBits(zero->layout().bits()));
-    archspec::ReadRequest request;
-    request.form = archspec::Form::kBits;
-    request.generation = row.product_name;
-    request.tile = tile.name;
-    const auto from = std::make_shared<archspec::Configuration>(
-        *archspec::Configuration::Read(*bits, request).configuration);
+  for (const RandomAgcu& agcu : RandomAgcus()) {
+    const auto bits = agcu.bits;
+    const std::string& label = agcu.label;
+    const auto from = std::make_shared<archspec::Configuration>(agcu.configuration);
     auto to = std::make_shared<archspec::Configuration>(*from);
     const std::vector<archspec::Leaf>& leaves = from->layout().leaves();
     std::mt19937_64 random(7);
@@ -420,7 +428,6 @@ void Writes() {
       ++count;
       to->SetValue(leaf, to->value(leaf) ^ 1);
     }
-    const std::string label = std::string(row.records) + "/" + tile.record;
     benchmark::RegisterBenchmark((label + "/Writes").c_str(), [=](benchmark::State& state) {
       for (auto _ : state) {
         benchmark::DoNotOptimize(archspec::WritesBetween(*from, *to, {0, 0x400}).writes.data());
@@ -429,7 +436,10 @@ void Writes() {
     });
     const archspec::RegisterWrites writes = archspec::WritesBetween(*from, *to, {0, 0x400});
     std::vector<archspec::ReadWrite> list;
-    for (const archspec::RegisterWrite& write : writes.writes) list.push_back({write.patch});
+    for (const archspec::RegisterWrite& write : writes.writes) {
+      list.emplace_back();
+      list.back().patch = write.patch;
+    }
     benchmark::RegisterBenchmark((label + "/ApplyWrites").c_str(), [=](benchmark::State& state) {
       archspec::Configuration target = *from;
       for (auto _ : state) {

@@ -10,19 +10,9 @@
 #include <string_view>
 
 #include "Configuration.h"
-
-namespace {
+#include "fuzz_tiles.h"
 
 using namespace archspec;
-
-bool Clean(const std::string& message) {
-  for (char c : message) {
-    if (static_cast<unsigned char>(c) < 0x20) return false;
-  }
-  return true;
-}
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size == 0) return 0;
@@ -35,7 +25,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string_view input(reinterpret_cast<const char*>(data) + 1, size - 1);
   const ReadResult read = Configuration::Read(input, request);
   for (const Diagnostic& error : read.errors) {
-    if (!Clean(error.message)) std::abort();
+    fuzzing::RequireClean(error.message);
   }
   if (!read.ok()) return 0;
   const Configuration& configuration = *read.configuration;

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -13,6 +14,13 @@
 #include "Tile.h"
 
 namespace archspec::fuzzing {
+
+// Aborts where a complaint shows a raw control byte: complaints echo input escaped.
+inline void RequireClean(const std::string& message) {
+  for (char c : message) {
+    if (static_cast<unsigned char>(c) < 0x20) std::abort();
+  }
+}
 
 inline const std::vector<RecordClass>& Tiles() {
   static const std::vector<RecordClass> tiles = TileRecordClasses();

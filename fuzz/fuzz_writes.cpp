@@ -13,19 +13,9 @@
 #include "Configuration.h"
 #include "RecordCatalog.h"
 #include "Writes.h"
-
-namespace {
+#include "fuzz_tiles.h"
 
 using namespace archspec;
-
-bool Clean(const std::string& message) {
-  for (char c : message) {
-    if (static_cast<unsigned char>(c) < 0x20) return false;
-  }
-  return true;
-}
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size == 0) return 0;
@@ -41,7 +31,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::vector<Diagnostic> errors = read.errors;
   if (errors.empty()) errors = ApplyWrites(after, read.writes, base);
   for (const Diagnostic& error : errors) {
-    if (!Clean(error.message)) std::abort();
+    fuzzing::RequireClean(error.message);
   }
   if (!errors.empty()) {
     if (!(after == before)) std::abort();

@@ -156,7 +156,10 @@ TEST_P(RuntimeRegisters, WritesApplyBackAndUnreachedChangesAreListed) {
     EXPECT_EQ(writes.load, std::vector<size_t>{unlinked});
     Configuration applied = from;
     std::vector<ReadWrite> list;
-    for (const RegisterWrite& write : writes.writes) list.push_back({write.patch, 0, "", ""});
+    for (const RegisterWrite& write : writes.writes) {
+      list.emplace_back();
+      list.back().patch = write.patch;
+    }
     ASSERT_TRUE(ApplyWrites(applied, list).empty());
     EXPECT_EQ(applied.Compare(to).size(), 1u);
   }
