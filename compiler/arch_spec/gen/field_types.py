@@ -319,8 +319,8 @@ END = "<!-- end of coverage -->"
 
 
 def main(argv):
-    """field_types.py TABLES_DIR prints the coverage; with DOC it checks that the document's section is
-    current, and with --write DOC it rewrites it."""
+    """field_types.py TABLES_DIR prints the coverage; with DOC it checks that the document's
+    section is current, and with --write DOC it rewrites it."""
     return genlib.section_main(argv, "field_types.py", coverage, BEGIN, END)
 
 
