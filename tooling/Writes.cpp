@@ -44,10 +44,13 @@ std::string WordLabel(const RuntimeRegisterRow& reg) {
 
 RegisterWrites WritesBetween(const Configuration& from, const Configuration& to,
                              const WriteOptions& options) {
+  return WritesBetween(from.layout(), from.values(), to.values(), options);
+}
+
+RegisterWrites WritesBetween(const Layout& layout, std::span<const uint64_t> a,
+                             std::span<const uint64_t> b, const WriteOptions& options) {
   RegisterWrites out;
-  const std::vector<Leaf>& leaves = from.layout().leaves();
-  const std::vector<uint64_t>& a = from.values();
-  const std::vector<uint64_t>& b = to.values();
+  const std::vector<Leaf>& leaves = layout.leaves();
   for (size_t i = 0; i < leaves.size(); ++i) {
     if (a[i] == b[i]) continue;
     const Leaf& leaf = leaves[i];
@@ -336,8 +339,11 @@ std::vector<Diagnostic> ApplyWrites(Configuration& configuration,
     }
     // A name given beside the number tells the two readings apart.
     if (low && high && !write.name.empty()) {
-      if (write.name == high->second->name) low.reset();
-      if (write.name == low->second->name) high.reset();
+      if (write.name == high->second->name) {
+        low.reset();
+      } else if (write.name == low->second->name) {
+        high.reset();
+      }
     }
     if (low && high) {
       fail("register " + std::to_string(write.patch.reg) + " is both " +

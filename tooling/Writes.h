@@ -13,6 +13,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -49,6 +50,9 @@ struct RegisterWrites {
 // The writes that turn `from` into `to`, configurations of one tile class (CanCompare).
 RegisterWrites WritesBetween(const Configuration& from, const Configuration& to,
                              const WriteOptions& options = {});
+// The same for the values of two configurations of `layout`, one per leaf.
+RegisterWrites WritesBetween(const Layout& layout, std::span<const uint64_t> from,
+                             std::span<const uint64_t> to, const WriteOptions& options = {});
 
 // The text form: a header line as a listing's ("# archspec mk44 pcu"), then a write a line,
 // "pcu_rcf_enum_pcu_rcf_reg_ctrchain0_max_ctxt0 = 0x10  # register 24:

@@ -13,6 +13,7 @@
 #include "Configuration.h"
 #include "RuntimeRegisters.h"
 #include "Writes.h"
+#include "small_layout.h"
 #include "tile_cases.h"
 
 namespace archspec {
@@ -194,6 +195,35 @@ TEST(Writes, WideLeafWordsAndBase) {
   ASSERT_EQ(one.writes.size(), 1u);
   EXPECT_EQ(one.writes[0].reg->word, RegisterWord::kHigh);
   EXPECT_EQ(one.writes[0].patch.value, 7u);
+}
+
+// A leaf above 32 bits of which only one word is linked: that word's change is written, the
+// other's needs a load. A link of a whole register to a wide leaf is refused.
+TEST(Writes, WideLeafWithOneWordLinked) {
+  Layout layout = SmallLayout();
+  const size_t base = *layout.Find("base");
+  const RuntimeRegisterRow high{
+      "ko", "small", "small_rcf_reg_base_hi", 40, false, "base", RegisterWord::kHigh, false, "t:1"};
+  const RuntimeRegisterRow whole{
+      "ko", "small", "small_rcf_reg_base", 41, false, "base", RegisterWord::kWhole, false, "t:2"};
+  const RuntimeRegisterRow* wrong[] = {&whole};
+  EXPECT_FALSE(layout.LinkRuntimeRegisters(wrong));
+  EXPECT_FALSE(layout.leaves()[base].runtime());
+  const RuntimeRegisterRow* rows[] = {&high};
+  ASSERT_TRUE(layout.LinkRuntimeRegisters(rows));
+  EXPECT_EQ(RuntimeRegisterNumbers(layout.leaves()[base]), "-+40");
+
+  std::vector<uint64_t> from(layout.leaves().size()), both = from, low = from;
+  both[base] = 0x700000009;
+  low[base] = 0x9;
+  const RegisterWrites two = WritesBetween(layout, from, both, {0, 100});
+  ASSERT_EQ(two.writes.size(), 1u);
+  EXPECT_EQ(two.writes[0].patch.reg, 40u);  // a high word's number takes no base
+  EXPECT_EQ(two.writes[0].patch.value, 7u);
+  EXPECT_EQ(two.load, std::vector<size_t>{base});
+  const RegisterWrites one = WritesBetween(layout, from, low);
+  EXPECT_TRUE(one.writes.empty());
+  EXPECT_EQ(one.load, std::vector<size_t>{base});
 }
 
 // The text form names each register and its leaf, and lists the leaves that need a load.
