@@ -26,6 +26,7 @@
 #include "Names.h"
 #include "Port.h"
 #include "Tile.h"
+#include "ToolWords.h"
 #include "compiler/arch_spec/ArchSpec.h"
 #include "compiler/arch_spec/ArchVersion.h"
 
@@ -53,9 +54,7 @@ std::string ToolError(const std::string& message) { return "archspec: error: " +
 std::string Report(const std::string& name, const std::vector<Diagnostic>& errors) {
   std::string out;
   for (Diagnostic error : errors) {
-    if (error.hint == Hint::kForce) error.message += "; --force reads it anyway";
-    if (error.hint == Hint::kPackedBytes)
-      error.message += " (a file of packed bytes needs --bytes)";
+    error.message = InToolWords(error);
     out += FormatDiagnostic(name, error) + "\n";
   }
   return out;

@@ -47,6 +47,7 @@
 #include "RuntimeRegisters.h"
 #include "Sparse.h"
 #include "Tile.h"
+#include "ToolWords.h"
 #include "Writes.h"
 #include "compiler/arch_spec/ArchSpec.h"
 #include "compiler/arch_spec/ArchVersion.h"
@@ -183,21 +184,9 @@ void PlaceOperands(Options& options, const std::vector<const char*>& files) {
   }
 }
 
-// The tool's words where the tooling's complaints leave room for them.
-std::string WithHint(const Diagnostic& diagnostic) {
-  switch (diagnostic.hint) {
-    case Hint::kForce:
-      return diagnostic.message + "; --force reads it anyway";
-    case Hint::kPackedBytes:
-      return diagnostic.message + " (a file of packed bytes needs --bytes)";
-    default:
-      return diagnostic.message;
-  }
-}
-
 [[noreturn]] void ReportAndExit(const std::string& file, const std::vector<Diagnostic>& errors) {
   for (Diagnostic error : errors) {
-    error.message = WithHint(error);
+    error.message = InToolWords(error);  // the tool's words where the complaint leaves room
     std::cerr << FormatDiagnostic(file, error) << "\n";
   }
   throw Exit{kBadData};
