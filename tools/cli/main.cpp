@@ -204,7 +204,7 @@ std::optional<Form> FormOf(const Options& options) {
 // "tile"), or of `like`'s, a configuration the command read before. An input that names another
 // generation or tile is refused unless --force.
 Configuration Load(const Options& options, const std::string& path, std::optional<Form> form,
-                   const Configuration* like = nullptr) {
+                   const Configuration* like = nullptr, Form* form_read = nullptr) {
   ReadRequest request;
   request.form = form;
   request.force = options.force;
@@ -232,6 +232,7 @@ Configuration Load(const Options& options, const std::string& path, std::optiona
   if (!zu::spec::ArchSpec::is_arch_set()) {
     zu::spec::ArchSpec::set_arch(configuration.version());
   }
+  if (form_read != nullptr) *form_read = read.kind.form;
   return std::move(configuration);
 }
 
@@ -510,16 +511,13 @@ void RunPatch(const Options& options, std::string& out) {
     const InputKind kind = InspectInput(ReadFile(options.file), form);
     if (!kind.names.has_value()) named = Load(options, options.file_b, Form::kListing);
   }
-  Configuration configuration = Load(options, options.file, form, named ? &*named : nullptr);
+  Form was = Form::kBits;
+  Configuration configuration = Load(options, options.file, form, named ? &*named : nullptr, &was);
   const std::vector<Diagnostic> errors =
       configuration.Patch(ReadFile(options.file_b), options.force);
   if (!errors.empty()) ReportAndExit(InputName(options.file_b), errors);
   // Packed bytes stay packed bytes.
-  const bool bytes =
-      options.bytes ||
-      InspectInput(ReadFile(options.file), form, configuration.layout().bits()).form ==
-          Form::kBytes;
-  Emit(options.output, ConfigurationFile(configuration, bytes), out);
+  Emit(options.output, ConfigurationFile(configuration, options.bytes || was == Form::kBytes), out);
 }
 
 // `diff` of configurations of two generations: by path and meaning (Port.h), the paths that lie on
@@ -666,17 +664,15 @@ void RunWrites(const Options& options, std::string& out) {
 void RunApply(const Options& options, std::string& out) {
   OneStandardInput(options.file, options.file_b, "CONFIG and WRITES");
   const std::optional<Form> form = FormOf(options);
-  Configuration configuration = Load(options, options.file, form);
+  Form was = Form::kBits;
+  Configuration configuration = Load(options, options.file, form, nullptr, &was);
   const WritesInput writes =
       ReadWrites(ReadFile(options.file_b), configuration, options.binary, options.force);
   if (!writes.errors.empty()) ReportAndExit(InputName(options.file_b), writes.errors);
   const std::vector<Diagnostic> errors = ApplyWrites(configuration, writes.writes, options.base);
   if (!errors.empty()) ReportAndExit(InputName(options.file_b), errors);
   std::string format = options.format;
-  if (format.empty()) {
-    const Form was = InspectInput(ReadFile(options.file), form, configuration.layout().bits()).form;
-    format = was == Form::kListing ? "sparse" : FormName(was);
-  }
+  if (format.empty()) format = was == Form::kListing ? "sparse" : FormName(was);
   Emit(options.output, FormattedConfiguration(configuration, format, options.codes), out);
 }
 
