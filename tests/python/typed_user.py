@@ -52,4 +52,16 @@ read = named.simd_structIn
 assert isinstance(read, archspec.Node) and len(read) > 0
 listing = t.to_sparse()
 assert archspec.read(listing) == t and opcodes[26] == "stage_opcode_alu_op_max"
+
+# What a change costs the running unit: the register writes, and what needs a load.
+running = archspec.generation("mk44").tile("pcu")
+next_one = running.__copy__()
+next_one.CounterChain_structIn[0].counter_max_value[0] = 32
+update = running.writes_to(next_one, base=0x100)
+assert_type(update, archspec.Writes)
+assert [(w.register, w.value) for w in update.writes] == [(0x100 + 24, 32)] and update.load == []
+running.apply(update, base=0x100)
+assert running == next_one
+assert_type(running.runtime_register("CounterChain_structIn[0].counter_max_value[0]")[0].register,
+            int)
 print(listing.splitlines()[0], len(t.nonzero()), "leaves not 0")
