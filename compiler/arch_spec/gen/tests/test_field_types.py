@@ -1,51 +1,35 @@
 """The table of field types is checked against the record and enumerant tables: each refusal on a
 broken copy of the project's own tables, and what the generator writes for a sound one."""
 
-import contextlib
-import io
 import os
-import shutil
-import tempfile
 import unittest
 
 GEN = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 import sys  # noqa: E402
 
 sys.path.insert(0, GEN)
+import edited_tables  # noqa: E402
 import field_types  # noqa: E402
 import gen_field_types  # noqa: E402
-import genlib  # noqa: E402
 
 TABLES = os.path.join(GEN, "tables")
 
 
 class FieldTypesTest(unittest.TestCase):
     def run_with(self, rows, drop=()):
-        """(exit code, error lines, FieldTypes.cpp or None) for the project's tables with `rows`
-        appended to the table of field types, and its rows that start with an entry of `drop`
-        left out."""
-        with tempfile.TemporaryDirectory() as tmp:
-            tables = os.path.join(tmp, "tables")
-            shutil.copytree(TABLES, tables)
-            path = os.path.join(tables, "records", field_types.TABLE)
-            with open(path) as f:
-                kept = [line for line in f if not any(line.startswith(d) for d in drop)]
-            self.assertEqual(len(kept), sum(1 for _ in open(path)) - len(drop))
-            lines = len(kept)
-            with open(path, "w") as f:
-                f.writelines(kept)
-                f.write(rows)
-            err = io.StringIO()
-            with contextlib.redirect_stderr(err), contextlib.redirect_stdout(io.StringIO()):
-                code = gen_field_types.main(["--tables", tables, "--out", os.path.join(tmp, "o")])
-            out = os.path.join(tmp, "o", genlib.OUT_SUBDIR, "FieldTypes.cpp")
-            text = None
-            if os.path.exists(out):
-                with open(out) as f:
-                    text = f.read()
-            found = [line.replace(os.path.dirname(path) + os.sep, "")
-                     for line in err.getvalue().splitlines()]
-            return code, found, text, lines + 1
+        """(exit code, error lines, FieldTypes.cpp or None, line of the first appended row) for
+        the project's tables with `rows` appended to the table of field types, and its rows that
+        start with an entry of `drop` left out."""
+        def edit(text):
+            lines = text.splitlines(keepends=True)
+            kept = [line for line in lines if not any(line.startswith(d) for d in drop)]
+            self.assertEqual(len(kept), len(lines) - len(drop))
+            return "".join(kept) + rows
+
+        run = edited_tables.run_on_edited(gen_field_types.main,
+                                          os.path.join("records", field_types.TABLE), edit,
+                                          "FieldTypes.cpp")
+        return run.code, run.errors, run.output, run.table.count("\n") - rows.count("\n") + 1
 
     def assert_refused(self, row, message):
         code, found, text, line = self.run_with(row + "\n")

@@ -2,16 +2,13 @@
 refusal on a broken copy of the project's own tables, what the generator writes for a sound one,
 and the coverage section of the docs."""
 
-import contextlib
-import io
 import os
-import shutil
 import sys
-import tempfile
 import unittest
 
 GEN = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 sys.path.insert(0, GEN)
+import edited_tables  # noqa: E402
 import gen_runtime_registers  # noqa: E402
 import genlib  # noqa: E402
 import runtime_registers  # noqa: E402
@@ -22,30 +19,17 @@ DOC = os.path.join(GEN, "..", "..", "..", "docs", "runtime-registers.md")
 
 class RuntimeRegistersTest(unittest.TestCase):
     def run_with(self, edit):
-        """(exit code, error lines, RuntimeRegisters.cpp or None) for the project's tables with
-        the table's text passed through `edit`."""
-        with tempfile.TemporaryDirectory() as tmp:
-            tables = os.path.join(tmp, "tables")
-            shutil.copytree(TABLES, tables)
-            path = os.path.join(tables, "records", runtime_registers.TABLE)
-            with open(path) as f:
-                text = f.read()
+        """(exit code, error lines, RuntimeRegisters.cpp or None, the table's text) for the
+        project's tables with the table's text passed through `edit`."""
+        def checked(text):
             changed = edit(text)
             self.assertNotEqual(changed, text, "the edit changed nothing")
-            with open(path, "w") as f:
-                f.write(changed)
-            err = io.StringIO()
-            with contextlib.redirect_stderr(err), contextlib.redirect_stdout(io.StringIO()):
-                code = gen_runtime_registers.main(["--tables", tables, "--out",
-                                                   os.path.join(tmp, "o")])
-            out = os.path.join(tmp, "o", genlib.OUT_SUBDIR, "RuntimeRegisters.cpp")
-            result = None
-            if os.path.exists(out):
-                with open(out) as f:
-                    result = f.read()
-            found = [line.replace(os.path.dirname(path) + os.sep, "")
-                     for line in err.getvalue().splitlines()]
-            return code, found, result, changed
+            return changed
+
+        run = edited_tables.run_on_edited(gen_runtime_registers.main,
+                                          os.path.join("records", runtime_registers.TABLE),
+                                          checked, "RuntimeRegisters.cpp")
+        return run.code, run.errors, run.output, run.table
 
     def assert_refused(self, old, new, message):
         """The table with `old` replaced by `new` is refused with `message` on the line of
