@@ -36,14 +36,6 @@ namespace {
 
 bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
 
-// Bytes that no text holds: control bytes other than blanks and line ends, and DEL.
-size_t Unprintable(std::string_view data) {
-  return static_cast<size_t>(std::count_if(data.begin(), data.end(), [](char c) {
-    const auto byte = static_cast<unsigned char>(c);
-    return (byte < 0x20 && !IsBlank(c)) || byte == 0x7f;
-  }));
-}
-
 }  // namespace
 
 InputKind InspectInput(std::string_view data, std::optional<Form> forced, uint32_t tile_bits) {
@@ -65,7 +57,7 @@ InputKind InspectInput(std::string_view data, std::optional<Form> forced, uint32
     kind.form = Form::kJson;
     return kind;
   }
-  const size_t unprintable = Unprintable(data);
+  const size_t unprintable = UnprintableBytes(data);
   size_t bits = 0;
   size_t others = 0;
   for (char c : text) {

@@ -1,5 +1,7 @@
 #include "Diagnostic.h"
 
+#include <algorithm>
+
 #include <cstdint>
 #include <cstdio>
 
@@ -107,6 +109,14 @@ std::string_view SkipByteOrderMark(std::string_view text) {
     text.remove_prefix(kByteOrderMark.size());
   }
   return text;
+}
+
+size_t UnprintableBytes(std::string_view data) {
+  return static_cast<size_t>(std::count_if(data.begin(), data.end(), [](char c) {
+    const auto byte = static_cast<unsigned char>(c);
+    const bool blank = c == ' ' || c == '\t' || c == '\r' || c == '\n';
+    return (byte < 0x20 && !blank) || byte == 0x7f;
+  }));
 }
 
 }  // namespace archspec

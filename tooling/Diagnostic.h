@@ -45,6 +45,9 @@ inline constexpr size_t kEchoBytes = 200;
 // "simd_structIn[0]... (1048576 bytes)".
 std::string EchoText(std::string_view text, size_t max_bytes = kEchoBytes);
 
+// How many bytes of `data` no text holds: control bytes other than blanks and line ends, and DEL.
+size_t UnprintableBytes(std::string_view data);
+
 // `text` without the UTF-8 byte-order mark that some editors write before the first line: it is
 // no character of a listing or a bit text.
 std::string_view SkipByteOrderMark(std::string_view text);

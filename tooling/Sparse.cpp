@@ -12,12 +12,6 @@ namespace {
 
 bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\v' || c == '\f'; }
 
-std::string_view Trim(std::string_view s) {
-  while (!s.empty() && IsBlank(s.front())) s.remove_prefix(1);
-  while (!s.empty() && IsBlank(s.back())) s.remove_suffix(1);
-  return s;
-}
-
 bool SameIgnoringCase(std::string_view a, std::string_view b) {
   return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) {
     return std::tolower(static_cast<unsigned char>(x)) ==
@@ -27,7 +21,7 @@ bool SameIgnoringCase(std::string_view a, std::string_view b) {
 
 // The next blank-separated word of `text`, taken off its front.
 std::string_view NextWord(std::string_view& text) {
-  text = Trim(text);
+  text = TrimBlanks(text);
   size_t end = 0;
   while (end < text.size() && !IsBlank(text[end])) ++end;
   const std::string_view word = text.substr(0, end);
@@ -51,15 +45,15 @@ class Reader {
   void ReadLine(size_t line, std::string_view text) {
     const size_t hash = text.find('#');
     if (hash != std::string_view::npos) text = text.substr(0, hash);
-    text = Trim(text);
+    text = TrimBlanks(text);
     if (text.empty()) return;
 
     const size_t equals = text.find('=');
     if (equals == std::string_view::npos) {
       return Fail(line, "expected 'path = value', found '" + EchoText(text) + "'");
     }
-    const std::string_view path = Trim(text.substr(0, equals));
-    const std::string_view value_text = Trim(text.substr(equals + 1));
+    const std::string_view path = TrimBlanks(text.substr(0, equals));
+    const std::string_view value_text = TrimBlanks(text.substr(equals + 1));
     if (path.empty()) return Fail(line, "missing the path before '='");
     if (value_text.empty()) {
       return Fail(line, "missing the value after '=' for " + EchoText(path));
@@ -129,6 +123,12 @@ class Reader {
 };
 
 }  // namespace
+
+std::string_view TrimBlanks(std::string_view s) {
+  while (!s.empty() && IsBlank(s.front())) s.remove_prefix(1);
+  while (!s.empty() && IsBlank(s.back())) s.remove_suffix(1);
+  return s;
+}
 
 std::optional<uint64_t> ParseNumber(std::string_view text, bool& overflow) {
   overflow = false;
@@ -266,14 +266,14 @@ std::string ListingHeaderText(std::string_view generation, std::string_view tile
 std::optional<ListingHeader> ReadListingHeader(std::string_view text) {
   text = SkipByteOrderMark(text);
   std::string_view line = text.substr(0, text.find('\n'));
-  line = Trim(line);
+  line = TrimBlanks(line);
   if (line.empty() || line.front() != '#') return std::nullopt;
   line.remove_prefix(1);
   if (NextWord(line) != "archspec") return std::nullopt;
   ListingHeader header;
   header.generation = NextWord(line);
   header.tile = NextWord(line);
-  if (header.tile.empty() || !Trim(line).empty()) return std::nullopt;
+  if (header.tile.empty() || !TrimBlanks(line).empty()) return std::nullopt;
   return header;
 }
 

@@ -119,6 +119,10 @@ void AppendListingLine(std::string& out, const Layout& layout, size_t leaf, uint
 std::string ValueTooWide(std::string_view shown, const Leaf& leaf);
 std::string ValueNegative(std::string_view shown, const Leaf& leaf);
 
+// `text` without the blanks around it (spaces, tabs, carriage returns, vertical tabs and form
+// feeds), as a listing's line is read.
+std::string_view TrimBlanks(std::string_view text);
+
 // A decimal or 0x-hexadecimal number, as listings write values. Empty if the text is no number
 // or exceeds 64 bits; `overflow` tells the two apart.
 std::optional<uint64_t> ParseNumber(std::string_view text, bool& overflow);

@@ -1,7 +1,6 @@
 #include "Writes.h"
 
 #include <algorithm>
-#include <cstring>
 #include <unordered_map>
 
 #include <nlohmann/json.hpp>
@@ -109,13 +108,6 @@ std::string WritesBinary(const RegisterWrites& writes) {
 
 namespace {
 
-bool IsText(std::string_view data) {
-  return std::none_of(data.begin(), data.end(), [](char c) {
-    const auto byte = static_cast<unsigned char>(c);
-    return byte == 0 || (byte < 0x20 && c != '\t' && c != '\n' && c != '\r') || byte == 0x7f;
-  });
-}
-
 // The run-time registers of the target's tile and generation, by name.
 class RegisterNames {
  public:
@@ -137,13 +129,6 @@ class RegisterNames {
   std::vector<const RuntimeRegisterRow*> rows_;
   std::unordered_map<std::string_view, const RuntimeRegisterRow*> by_name_;
 };
-
-std::string_view Trim(std::string_view text) {
-  while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
-  while (!text.empty() && (text.back() == ' ' || text.back() == '\t' || text.back() == '\r'))
-    text.remove_suffix(1);
-  return text;
-}
 
 // A register's value: a number of at most 32 bits.
 std::optional<uint32_t> WordValue(std::string_view text, std::string& error) {
@@ -177,7 +162,7 @@ void ReadText(std::string_view data, const Configuration& target, bool force, Wr
     const size_t end = std::min(data.find('\n'), data.size());
     std::string_view text = data.substr(0, end);
     data.remove_prefix(std::min(end + 1, data.size()));
-    text = Trim(text.substr(0, std::min(text.find('#'), text.size())));
+    text = TrimBlanks(text.substr(0, std::min(text.find('#'), text.size())));
     if (text.empty()) continue;
     const size_t eq = text.find('=');
     const auto fail = [&](std::string message) {
@@ -187,11 +172,11 @@ void ReadText(std::string_view data, const Configuration& target, bool force, Wr
       fail("found " + EchoText(text) + ", expected 'REGISTER = VALUE'");
       continue;
     }
-    const std::string_view left = Trim(text.substr(0, eq));
+    const std::string_view left = TrimBlanks(text.substr(0, eq));
     ReadWrite write;
     write.line = line;
     std::string error;
-    const std::optional<uint32_t> value = WordValue(Trim(text.substr(eq + 1)), error);
+    const std::optional<uint32_t> value = WordValue(TrimBlanks(text.substr(eq + 1)), error);
     if (!value) {
       fail(std::move(error));
       continue;
@@ -297,10 +282,10 @@ void ReadJson(std::string_view data, const Configuration& target, bool force, Wr
 WritesInput ReadWrites(std::string_view data, const Configuration& target, bool binary,
                        bool force) {
   WritesInput out;
-  if (binary || !IsText(data)) {
+  if (binary || UnprintableBytes(data) > 0) {
     out.form = WritesForm::kBinary;
     ReadBinary(data, out);
-  } else if (Trim(SkipByteOrderMark(data)).substr(0, 1) == "{") {
+  } else if (TrimBlanks(SkipByteOrderMark(data)).substr(0, 1) == "{") {
     out.form = WritesForm::kJson;
     ReadJson(data, target, force, out);
   } else {
@@ -321,7 +306,12 @@ std::vector<Diagnostic> ApplyWrites(Configuration& configuration,
     const ReadWrite* write;
   };
   std::unordered_map<const RuntimeRegisterRow*, Done> done;
-  std::vector<std::pair<size_t, const RuntimeRegisterRow*>> changes;
+  struct Change {
+    size_t leaf;
+    const RuntimeRegisterRow* reg;
+    uint64_t value;
+  };
+  std::vector<Change> changes;
   for (const ReadWrite& write : writes) {
     const auto fail = [&](std::string message) {
       if (!write.place.empty()) message = write.place + ": " + message;
@@ -359,7 +349,7 @@ std::vector<Diagnostic> ApplyWrites(Configuration& configuration,
           RuntimeRegistersOf(configuration.version(), configuration.tile());
       const auto row = std::find_if(answered.begin(), answered.end(),
                                     [number](const auto* r) { return r->number == number; });
-      if (row != answered.end() && (*row)->linked()) {
+      if (row != answered.end() && (*row)->linked() && base) {
         fail(RegisterLabel(**row) + " writes " + WordLabel(**row) +
              ", whose register takes the base " + std::to_string(*base) + ": expected register " +
              std::to_string(number + *base));
@@ -395,11 +385,10 @@ std::vector<Diagnostic> ApplyWrites(Configuration& configuration,
       }
       continue;
     }
-    changes.emplace_back(leaf, reg);
+    changes.push_back({leaf, reg, write.patch.value});
   }
   if (!errors.empty()) return errors;
-  for (const auto& [leaf, reg] : changes) {
-    const uint64_t value = done[reg].value;
+  for (const auto& [leaf, reg, value] : changes) {
     uint64_t now = configuration.value(leaf);
     switch (reg->word) {
       case RegisterWord::kWhole:
