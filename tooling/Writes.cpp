@@ -88,10 +88,14 @@ std::string WritesText(const Configuration& from, const RegisterWrites& writes,
     if (write.reg->inferred) out += " (its number is inferred, not stated)";
     out += "\n";
   }
-  if (!writes.load.empty()) {
-    out += "# needs the configuration loaded: no run-time register writes these changed leaves\n";
-    for (size_t leaf : writes.load) out += "#   " + from.layout().leaves()[leaf].path + "\n";
-  }
+  return out + WritesLoadText(from, writes);
+}
+
+std::string WritesLoadText(const Configuration& from, const RegisterWrites& writes) {
+  if (writes.load.empty()) return "";
+  std::string out =
+      "# needs the configuration loaded: no run-time register writes these changed leaves\n";
+  for (size_t leaf : writes.load) out += "#   " + from.layout().leaves()[leaf].path + "\n";
   return out;
 }
 

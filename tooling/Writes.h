@@ -59,6 +59,8 @@ RegisterWrites WritesBetween(const Layout& layout, std::span<const uint64_t> fro
 // CounterChain_structIn[0].counter_max_value[0]", then, as comments, the leaves that need a load.
 std::string WritesText(const Configuration& from, const RegisterWrites& writes,
                        const WriteOptions& options = {});
+// The comment lines of the text form that list the leaves that need a load; empty if none does.
+std::string WritesLoadText(const Configuration& from, const RegisterWrites& writes);
 // The binary form: 12 bytes a write, id, register and value, each 32 bits little-endian.
 std::string WritesBinary(const RegisterWrites& writes);
 

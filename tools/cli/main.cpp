@@ -647,12 +647,7 @@ void RunWrites(const Options& options, std::string& out) {
   } else if (options.format == "binary") {
     data = WritesBinary(writes);
     // The binary form holds writes only: the leaves that need a load are told on standard error.
-    if (!writes.reachable()) {
-      std::cerr << "archspec: " << writes.load.size()
-                << " changed leaves need the configuration loaded (no run-time register writes "
-                   "them):\n";
-      for (size_t leaf : writes.load) std::cerr << "  " << a.layout().leaves()[leaf].path << "\n";
-    }
+    std::cerr << WritesLoadText(a, writes);
   } else {
     data = WritesText(a, writes, write_options);
   }
